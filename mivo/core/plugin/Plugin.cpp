@@ -1,0 +1,7 @@
+#include "mivo/core/plugin/Plugin.h"
+
+namespace mivo::core {
+
+Plugin::~Plugin() = default;
+
+}  // namespace mivo::core
