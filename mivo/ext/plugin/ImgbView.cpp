@@ -31,7 +31,10 @@ int toImgbColorFormat(int colorFormat) {
         case COLOR_FORMAT_ARGB:
             return ZOCA_CF_ARGB;
     }
-    MIVO_ASSERT("ext/plugin/VexaPlugin", 367, !"not implemented yet");
+    // The blank after '!' is part of the logged condition text.
+    // clang-format off
+    MIVO_ASSERT("ext/plugin/VexaPlugin", 367, ! "not implemented yet");
+    // clang-format on
     std::abort();
 }
 
