@@ -25,9 +25,9 @@ TEST(ImageLayout, ByteSizesFollowTheFrameworkPlanes) {
 
 TEST(ImageLayout, ExtensionsMapToStoredFormats) {
     const std::pair<const char*, int> cases[] = {
-        {"a/b.PNG", kRgba}, {"x.jpg", kRgb},      {"x.JPEG", kRgb},  {"x.y4m", kYuv420},
-        {"x.yuv", kYuv420}, {"x.nv12", kNv12},    {"x.Nv21", kNv21}, {"x.rgb", kRgb},
-        {"x.rgba", kRgba},  {"x.bgra", kBgra},    {"x.bmp", 0},      {"png", 0},
+        {"a/b.PNG", kRgba},  {"x.jpg", kRgb},   {"x.JPEG", kRgb},  {"x.y4m", kYuv420},
+        {"x.yuv", kYuv420},  {"x.nv12", kNv12}, {"x.Nv21", kNv21}, {"x.rgb", kRgb},
+        {"x.rgba", kRgba},   {"x.bgra", kBgra}, {"x.bmp", 0},      {"png", 0},
         {"dir.png/file", 0}, {"x.png.txt", 0},
     };
     for (auto [name, format] : cases) {
@@ -64,13 +64,22 @@ INSTANTIATE_TEST_SUITE_P(
                       RoundTrip{"a.y4m", kYuv420, 1, 1}, RoundTrip{"a.yuv", kYuv420, 33, 17},
                       RoundTrip{"a.nv12", kNv12, 33, 17}, RoundTrip{"a.nv21", kNv21, 33, 17},
                       RoundTrip{"a.NV12", kNv12, 64, 48}, RoundTrip{"a.rgb", kRgb, 33, 17},
-                      RoundTrip{"a.rgba", kRgba, 33, 17}, RoundTrip{"a.bgra", kBgra, 33, 17}));
+                      RoundTrip{"a.rgba", kRgba, 33, 17}, RoundTrip{"a.bgra", kBgra, 33, 17}),
+    [](const ::testing::TestParamInfo<RoundTrip>& info) {
+        std::string name =
+            std::string(info.param.file) + "_" + colorFormatName(info.param.colorFormat) + "_" +
+            std::to_string(info.param.width) + "x" + std::to_string(info.param.height);
+        std::replace(name.begin(), name.end(), '.', '_');
+        return name;
+    });
 
 class RawTest : public IoTest {};
 
 TEST_F(RawTest, SizeMismatchSaysExpectedAndActual) {
     writeBytes(path("a.yuv"), std::vector<uint8_t>(100));
-    expectMentions(errorOf([&] { readImage(path("a.yuv"), {33, 17}); }),
+    expectMentions(errorOf([&] {
+                       readImage(path("a.yuv"), {33, 17});
+                   }),
                    {path("a.yuv"), "867", "100 bytes"});
     writeBytes(path("empty.rgb"), {});
     expectMentions(errorOf([&] { readImage(path("empty.rgb"), {2, 2}); }), {"12", "0 bytes"});
@@ -87,7 +96,9 @@ TEST_F(RawTest, PicksTheRequestedFrame) {
     for (int i = 0; i < 3; ++i) {
         EXPECT_TRUE(readImage(path("clip.nv21"), {33, 17, 0, i}).data == frames[i].data) << i;
     }
-    expectMentions(errorOf([&] { readImage(path("clip.nv21"), {33, 17, 0, 3}); }),
+    expectMentions(errorOf([&] {
+                       readImage(path("clip.nv21"), {33, 17, 0, 3});
+                   }),
                    {"frame 3", "3 frame(s)"});
     expectMentions(errorOf([&] { readImage(path("clip.nv21"), {33, 17, 0, -1}); }), {"frame -1"});
 }
@@ -145,7 +156,7 @@ TEST_F(WriteTest, MissingFolderCreatesNothing) {
 
 // Caps the size of files this process may write, so a write fails halfway through.
 class FileSizeLimit {
-public:
+  public:
     explicit FileSizeLimit(rlim_t bytes) {
         oldHandler_ = ::signal(SIGXFSZ, SIG_IGN);  // get EFBIG instead of being killed
         ::getrlimit(RLIMIT_FSIZE, &old_);
@@ -158,15 +169,15 @@ public:
         ::signal(SIGXFSZ, oldHandler_);
     }
 
-private:
+  private:
     rlimit old_{};
     sighandler_t oldHandler_;
 };
 
 TEST_F(WriteTest, FailureMidWriteKeepsTheOldFileAndNoTemporary) {
     const std::vector<uint8_t> old{'o', 'l', 'd'};
-    for (const auto& [name, format] : {std::pair{"a.png", kRgba}, {"a.rgba", kRgba},
-                                       {"a.jpg", kRgb}, {"a.y4m", kYuv420}}) {
+    for (const auto& [name, format] :
+         {std::pair{"a.png", kRgba}, {"a.rgba", kRgba}, {"a.jpg", kRgb}, {"a.y4m", kYuv420}}) {
         writeBytes(path(name), old);
         std::string message;
         {

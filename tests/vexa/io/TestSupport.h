@@ -22,14 +22,14 @@ namespace vexa::io::test {
 namespace fs = std::filesystem;
 
 class IoTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
         std::string name = std::string(info->test_suite_name()) + "-" + info->name();
         std::replace_if(
             name.begin(), name.end(), [](unsigned char c) { return !std::isalnum(c); }, '_');
-        dir_ = fs::temp_directory_path() /
-               ("vexa_io_test-" + std::to_string(::getpid()) + "-" + name);
+        dir_ =
+            fs::temp_directory_path() / ("vexa_io_test-" + std::to_string(::getpid()) + "-" + name);
         fs::remove_all(dir_);
         fs::create_directories(dir_);
     }
@@ -58,7 +58,8 @@ inline std::vector<uint8_t> readBytes(const std::string& path) {
 
 inline void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
     std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
 }
 
 // Noise, so that a swapped plane, row or byte changes the content.

@@ -1,0 +1,307 @@
+// PNG, JPEG and Y4M specifics: the kinds of input other tools produce, and damaged files.
+#include <csetjmp>
+#include <cstdio>  // before jpeglib.h, which uses FILE and size_t
+#include <cstdlib>
+
+#include <jpeglib.h>
+#include <png.h>
+
+#include "TestSupport.h"
+
+namespace vexa::io::test {
+namespace {
+
+struct PngInput {
+    const char* name;
+    int colorType, bitDepth;
+    bool interlaced;
+    int width;
+    std::vector<uint8_t> packedRow;  // one row in the file's own packing, repeated for 3 rows
+    std::vector<png_color> palette;
+    std::vector<uint8_t> transparency;
+    int expectedFormat;
+    std::vector<uint8_t> expectedRow;
+};
+
+void writePngWithLibpng(const std::string& file, const PngInput& in) {
+    std::FILE* f = std::fopen(file.c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    if (setjmp(png_jmpbuf(png))) {
+        ADD_FAILURE() << "libpng failed writing " << in.name;
+    } else {
+        png_init_io(png, f);
+        png_set_IHDR(png, info, in.width, 3, in.bitDepth, in.colorType,
+                     in.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
+                     PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+        if (!in.palette.empty()) png_set_PLTE(png, info, in.palette.data(), int(in.palette.size()));
+        if (!in.transparency.empty()) {
+            png_set_tRNS(png, info, in.transparency.data(), int(in.transparency.size()), nullptr);
+        }
+        png_write_info(png, info);
+        std::vector<png_bytep> rows(3, const_cast<png_bytep>(in.packedRow.data()));
+        png_write_image(png, rows.data());
+        png_write_end(png, nullptr);
+    }
+    png_destroy_write_struct(&png, &info);
+    std::fclose(f);
+}
+
+class PngTest : public IoTest {};
+
+TEST_F(PngTest, ExpandsEveryInputKindTo8BitRgbOrRgba) {
+    const PngInput inputs[] = {
+        {"gray8",
+         PNG_COLOR_TYPE_GRAY,
+         8,
+         false,
+         2,
+         {10, 200},
+         {},
+         {},
+         kRgb,
+         {10, 10, 10, 200, 200, 200}},
+        {"gray1 across a byte",
+         PNG_COLOR_TYPE_GRAY,
+         1,
+         false,
+         9,
+         {0b10100000, 0b10000000},
+         {},
+         {},
+         kRgb,
+         {255, 255, 255, 0, 0, 0, 255, 255, 255, 0, 0,   0,   0,  0,
+          0,   0,   0,   0, 0, 0, 0,   0,   0,   0, 255, 255, 255}},
+        {"gray+alpha",
+         PNG_COLOR_TYPE_GRAY_ALPHA,
+         8,
+         false,
+         2,
+         {10, 20, 30, 40},
+         {},
+         {},
+         kRgba,
+         {10, 10, 10, 20, 30, 30, 30, 40}},
+        {"palette 4-bit with tRNS",
+         PNG_COLOR_TYPE_PALETTE,
+         4,
+         false,
+         3,
+         {0x01, 0x20},
+         {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}},
+         {255, 128},
+         kRgba,
+         {1, 2, 3, 255, 4, 5, 6, 128, 7, 8, 9, 255}},
+        {"palette 8-bit",
+         PNG_COLOR_TYPE_PALETTE,
+         8,
+         false,
+         2,
+         {1, 0},
+         {{1, 2, 3}, {4, 5, 6}},
+         {},
+         kRgb,
+         {4, 5, 6, 1, 2, 3}},
+        {"rgb 16-bit",
+         PNG_COLOR_TYPE_RGB,
+         16,
+         false,
+         1,
+         {0x12, 0x34, 0xAB, 0xCD, 0xFF, 0x00},
+         {},
+         {},
+         kRgb,
+         {0x12, 0xAB, 0xFF}},
+        {"rgba interlaced",
+         PNG_COLOR_TYPE_RGBA,
+         8,
+         true,
+         3,
+         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12},
+         {},
+         {},
+         kRgba,
+         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}},
+    };
+    for (const PngInput& in : inputs) {
+        SCOPED_TRACE(in.name);
+        writePngWithLibpng(path("in.png"), in);
+        const Image image = readImage(path("in.png"));
+        ASSERT_EQ(image.colorFormat, in.expectedFormat);
+        ASSERT_EQ(image.width, in.width);
+        ASSERT_EQ(image.height, 3);
+        std::vector<uint8_t> expected;
+        for (int y = 0; y < 3; ++y) {
+            expected.insert(expected.end(), in.expectedRow.begin(), in.expectedRow.end());
+        }
+        EXPECT_EQ(image.data, expected);
+    }
+}
+
+// A valid file cut in half must be refused, not decoded into a partly blank picture.
+TEST_F(PngTest, RejectsTruncatedAndCorruptFiles) {
+    writeImage(path("full.png"), noiseImage(kRgb, 64, 64));
+    std::vector<uint8_t> bytes = readBytes(path("full.png"));
+    writeBytes(path("half.png"), {bytes.begin(), bytes.begin() + bytes.size() / 2});
+    expectMentions(errorOf([&] { readImage(path("half.png")); }), {path("half.png"), "truncated"});
+
+    writeBytes(path("noend.png"), {bytes.begin(), bytes.end() - 12});  // without IEND
+    expectMentions(errorOf([&] { readImage(path("noend.png")); }), {path("noend.png"), "PNG"});
+
+    bytes[bytes.size() / 2] ^= 0x55;  // inside IDAT: the CRC no longer matches
+    writeBytes(path("flipped.png"), bytes);
+    expectMentions(errorOf([&] { readImage(path("flipped.png")); }), {path("flipped.png"), "PNG"});
+
+    writeBytes(path("text.png"), {'h', 'e', 'l', 'l', 'o'});
+    expectMentions(errorOf([&] { readImage(path("text.png")); }), {"not a PNG"});
+}
+
+TEST_F(PngTest, RejectsAbsurdDimensionsBeforeAllocating) {
+    writeImage(path("a.png"), noiseImage(kRgb, 3, 2));
+    std::vector<uint8_t> bytes = readBytes(path("a.png"));
+    // IHDR width at bytes 16..19; the CRC is left wrong on purpose: the size check or the CRC
+    // check must refuse it, and neither may try to allocate 4 G pixels.
+    bytes[16] = 0x7F;
+    writeBytes(path("huge.png"), bytes);
+    expectMentions(errorOf([&] { readImage(path("huge.png")); }), {path("huge.png")});
+}
+
+double meanAbsDifference(const Image& a, const Image& b) {
+    double sum = 0;
+    for (size_t i = 0; i < a.data.size(); ++i) sum += std::abs(int(a.data[i]) - int(b.data[i]));
+    return sum / double(a.data.size());
+}
+
+Image smoothRgb(int width, int height) {
+    Image image{width, height, kRgb, {}};
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            image.data.push_back(uint8_t(x * 255 / width));
+            image.data.push_back(uint8_t(y * 255 / height));
+            image.data.push_back(uint8_t(128 + (x - y) / 4));
+        }
+    }
+    return image;
+}
+
+class JpegTest : public IoTest {};
+
+TEST_F(JpegTest, RoundTripIsCloseAndQualityMatters) {
+    const Image image = smoothRgb(67, 45);
+    writeImage(path("q92.jpg"), image);
+    writeImage(path("q10.JPEG"), image, {10});
+    const Image high = readImage(path("q92.jpg"));
+    const Image low = readImage(path("q10.JPEG"));
+    ASSERT_EQ(describe(high), "67x45 rgb, 9045 bytes");
+    ASSERT_EQ(describe(low), describe(high));
+    EXPECT_LT(meanAbsDifference(high, image), 2.0);
+    EXPECT_GT(meanAbsDifference(low, image), meanAbsDifference(high, image));
+    EXPECT_GT(fs::file_size(path("q92.jpg")), fs::file_size(path("q10.JPEG")));
+}
+
+TEST_F(JpegTest, GrayscaleComesOutAsRgb) {
+    std::FILE* f = std::fopen(path("gray.jpg").c_str(), "wb");
+    ASSERT_NE(f, nullptr);
+    jpeg_compress_struct cinfo{};
+    jpeg_error_mgr err{};
+    cinfo.err = jpeg_std_error(&err);
+    jpeg_create_compress(&cinfo);
+    jpeg_stdio_dest(&cinfo, f);
+    cinfo.image_width = 16;
+    cinfo.image_height = 8;
+    cinfo.input_components = 1;
+    cinfo.in_color_space = JCS_GRAYSCALE;
+    jpeg_set_defaults(&cinfo);
+    jpeg_set_quality(&cinfo, 100, TRUE);
+    jpeg_start_compress(&cinfo, TRUE);
+    std::vector<uint8_t> row(16, 77);
+    while (cinfo.next_scanline < cinfo.image_height) {
+        JSAMPROW r = row.data();
+        jpeg_write_scanlines(&cinfo, &r, 1);
+    }
+    jpeg_finish_compress(&cinfo);
+    jpeg_destroy_compress(&cinfo);
+    std::fclose(f);
+
+    const Image image = readImage(path("gray.jpg"));
+    ASSERT_EQ(describe(image), "16x8 rgb, 384 bytes");
+    for (uint8_t v : image.data) EXPECT_NEAR(v, 77, 1);
+}
+
+TEST_F(JpegTest, RejectsTruncatedAndForeignFiles) {
+    writeImage(path("full.jpg"), smoothRgb(64, 64));
+    const std::vector<uint8_t> bytes = readBytes(path("full.jpg"));
+    writeBytes(path("half.jpg"), {bytes.begin(), bytes.begin() + bytes.size() / 2});
+    expectMentions(errorOf([&] { readImage(path("half.jpg")); }), {path("half.jpg"), "JPEG"});
+
+    writeImage(path("a.png"), noiseImage(kRgb, 4, 4));
+    fs::rename(path("a.png"), path("png.jpg"));
+    expectMentions(errorOf([&] { readImage(path("png.jpg")); }), {path("png.jpg"), "Not a JPEG"});
+    writeBytes(path("empty.jpg"), {});
+    expectMentions(errorOf([&] { readImage(path("empty.jpg")); }), {path("empty.jpg")});
+}
+
+std::vector<uint8_t> y4m(const std::string& header, const std::vector<Image>& frames) {
+    std::vector<uint8_t> bytes(header.begin(), header.end());
+    for (const Image& frame : frames) {
+        const std::string marker = "FRAME\n";
+        bytes.insert(bytes.end(), marker.begin(), marker.end());
+        bytes.insert(bytes.end(), frame.data.begin(), frame.data.end());
+    }
+    return bytes;
+}
+
+class Y4mTest : public IoTest {};
+
+TEST_F(Y4mTest, WritesAStandardHeader) {
+    const Image image = noiseImage(kYuv420, 33, 17);
+    writeImage(path("a.y4m"), image);
+    const std::string expected = "YUV4MPEG2 W33 H17 F30:1 Ip A1:1 C420jpeg\nFRAME\n";
+    const std::vector<uint8_t> bytes = readBytes(path("a.y4m"));
+    ASSERT_EQ(bytes.size(), expected.size() + image.data.size());
+    EXPECT_EQ(std::string(bytes.begin(), bytes.begin() + expected.size()), expected);
+}
+
+TEST_F(Y4mTest, Accepts420VariantsAndPicksFrames) {
+    const std::vector<Image> frames{noiseImage(kYuv420, 5, 3, 1), noiseImage(kYuv420, 5, 3, 2),
+                                    noiseImage(kYuv420, 5, 3, 3)};
+    for (const char* chroma : {"", " C420", " C420mpeg2 XYSCSS=420MPEG2", " C420paldv"}) {
+        writeBytes(path("a.y4m"),
+                   y4m(std::string("YUV4MPEG2 W5 H3 F25:1") + chroma + "\n", frames));
+        EXPECT_EQ(readImage(path("a.y4m")).data, frames[0].data) << chroma;
+        RawOptions second;
+        second.frame = 2;
+        EXPECT_EQ(readImage(path("a.y4m"), second).data, frames[2].data) << chroma;
+    }
+    RawOptions beyond;
+    beyond.frame = 3;
+    expectMentions(errorOf([&] { readImage(path("a.y4m"), beyond); }), {"3 frame(s)"});
+}
+
+TEST_F(Y4mTest, RejectsWhatItCannotRead) {
+    const std::vector<Image> frame{noiseImage(kYuv420, 4, 2)};
+    const std::pair<std::string, const char*> cases[] = {
+        {"YUV4MPEG2 W4 H2 C444\n", "C444"},
+        {"YUV4MPEG2 W4 H2 C420p10\n", "C420p10"},
+        {"YUV4MPEG2 W4 H2 It C420jpeg\n", "interlaced"},
+        {"YUV4MPEG2 H2 C420jpeg\n", "width"},
+        {"YUV4MPEG2 W0 H2\n", "invalid size"},
+        {"YUV4MPEG2 W99999 H2\n", "limit"},
+        {"YUV4MPEG2 Wfour H2\n", "Wfour"},
+        {"YUV4MPEG W4 H2\n", "not a Y4M"},
+    };
+    for (const auto& [header, cause] : cases) {
+        writeBytes(path("a.y4m"), y4m(header, frame));
+        expectMentions(errorOf([&] { readImage(path("a.y4m")); }), {path("a.y4m"), cause});
+    }
+    std::vector<uint8_t> cut = y4m("YUV4MPEG2 W4 H2\n", frame);
+    cut.pop_back();
+    writeBytes(path("a.y4m"), cut);
+    expectMentions(errorOf([&] { readImage(path("a.y4m")); }), {"truncated"});
+    writeBytes(path("a.y4m"), y4m("YUV4MPEG2 W4 H2\n", {}));
+    expectMentions(errorOf([&] { readImage(path("a.y4m")); }), {"0 frame(s)"});
+}
+
+}  // namespace
+}  // namespace vexa::io::test

@@ -1,0 +1,363 @@
+#include "vexa/io/ImageFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <new>
+
+#include "vexa/io/Internal.h"
+
+namespace vexa::io {
+
+namespace detail {
+
+void fail(const std::string& cause) {
+    throw IoError(cause);
+}
+
+void checkDimensions(long long width, long long height, int colorFormat) {
+    if (width <= 0 || height <= 0) {
+        fail("invalid size " + std::to_string(width) + "x" + std::to_string(height));
+    }
+    if (width > kMaxSide || height > kMaxSide) {
+        fail("size " + std::to_string(width) + "x" + std::to_string(height) +
+             " exceeds the limit of " + std::to_string(kMaxSide) + " per side");
+    }
+    const size_t bytes =
+        imageByteSize(colorFormat, static_cast<int>(width), static_cast<int>(height));
+    if (bytes == 0) fail("unsupported colour format code " + std::to_string(colorFormat));
+    if (bytes > kMaxImageBytes) {
+        fail("size " + std::to_string(width) + "x" + std::to_string(height) + " " +
+             colorFormatName(colorFormat) + " needs " + std::to_string(bytes) +
+             " bytes, over the limit of " + std::to_string(kMaxImageBytes));
+    }
+}
+
+void readExact(std::FILE* f, void* dst, size_t n) {
+    if (std::fread(dst, 1, n, f) == n) return;
+    if (std::ferror(f)) fail(std::string("read failed: ") + std::strerror(errno));
+    fail("file is truncated");
+}
+
+void writeExact(std::FILE* f, const void* src, size_t n) {
+    if (std::fwrite(src, 1, n, f) != n) fail(std::string("write failed: ") + std::strerror(errno));
+}
+
+}  // namespace detail
+
+using detail::fail;
+using detail::FilePtr;
+
+namespace {
+
+enum class Kind { Png, Jpeg, Y4m, Raw };
+
+struct FileType {
+    const char* extension;
+    Kind kind;
+    int colorFormat;
+};
+
+constexpr FileType kFileTypes[] = {
+    {".png", Kind::Png, kRgba},   {".jpg", Kind::Jpeg, kRgb},   {".jpeg", Kind::Jpeg, kRgb},
+    {".y4m", Kind::Y4m, kYuv420}, {".yuv", Kind::Raw, kYuv420}, {".nv12", Kind::Raw, kNv12},
+    {".nv21", Kind::Raw, kNv21},  {".rgb", Kind::Raw, kRgb},    {".rgba", Kind::Raw, kRgba},
+    {".bgra", Kind::Raw, kBgra},
+};
+
+constexpr const char* kSupportedList = ".png .jpg .jpeg .y4m .yuv .nv12 .nv21 .rgb .rgba .bgra";
+
+std::string lowerExtension(const std::string& path) {
+    std::string ext = std::filesystem::path(path).extension().string();
+    std::transform(ext.begin(), ext.end(), ext.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return ext;
+}
+
+const FileType* findType(const std::string& path) {
+    const std::string ext = lowerExtension(path);
+    for (const FileType& type : kFileTypes) {
+        if (ext == type.extension) return &type;
+    }
+    return nullptr;
+}
+
+const FileType& requireType(const std::string& path) {
+    const FileType* type = findType(path);
+    if (type == nullptr) {
+        const std::string ext = lowerExtension(path);
+        fail((ext.empty() ? std::string("no file extension") : "unknown file type '" + ext + "'") +
+             " (supported: " + kSupportedList + ")");
+    }
+    return *type;
+}
+
+FilePtr openForRead(const std::string& path) {
+    FilePtr f(std::fopen(path.c_str(), "rb"));
+    if (!f) {
+        const int err = errno;
+        if (err == ENOENT) fail("file does not exist");
+        fail(std::strerror(err));
+    }
+    struct stat st {};
+    if (::fstat(::fileno(f.get()), &st) == 0 && S_ISDIR(st.st_mode)) fail("is a directory");
+    return f;
+}
+
+bool isKnownFormat(int colorFormat) {
+    return imageByteSize(colorFormat, 1, 1) != 0;
+}
+
+Image readRaw(std::FILE* f, int colorFormat, const RawOptions& raw) {
+    if (raw.width == 0 || raw.height == 0) fail("a raw file needs its width and height given");
+    if (!isKnownFormat(colorFormat)) {
+        fail("unsupported colour format code " + std::to_string(colorFormat));
+    }
+    detail::checkDimensions(raw.width, raw.height, colorFormat);
+    const size_t frameBytes = imageByteSize(colorFormat, raw.width, raw.height);
+
+    struct stat st {};
+    if (::fstat(::fileno(f), &st) != 0 || !S_ISREG(st.st_mode)) {
+        fail("a raw file must be a regular file (its size gives the frame count)");
+    }
+    const auto fileBytes = static_cast<unsigned long long>(st.st_size);
+    const std::string expected = std::to_string(raw.width) + "x" + std::to_string(raw.height) +
+                                 " " + colorFormatName(colorFormat) + " needs " +
+                                 std::to_string(frameBytes) + " bytes per frame";
+    if (fileBytes == 0 || fileBytes % frameBytes != 0) {
+        fail("size mismatch: " + expected + " (or a whole multiple), but the file has " +
+             std::to_string(fileBytes) + " bytes");
+    }
+    const unsigned long long frames = fileBytes / frameBytes;
+    if (raw.frame < 0 || static_cast<unsigned long long>(raw.frame) >= frames) {
+        fail("frame " + std::to_string(raw.frame) + " requested, but the file holds " +
+             std::to_string(frames) + " frame(s)");
+    }
+    if (::fseeko(f, static_cast<off_t>(raw.frame) * static_cast<off_t>(frameBytes), SEEK_SET) !=
+        0) {
+        fail(std::string("seek failed: ") + std::strerror(errno));
+    }
+    Image image;
+    image.width = raw.width;
+    image.height = raw.height;
+    image.colorFormat = colorFormat;
+    image.data.resize(frameBytes);
+    detail::readExact(f, image.data.data(), frameBytes);
+    return image;
+}
+
+void checkWritable(const FileType& type, const Image& image, const WriteOptions& options) {
+    detail::checkDimensions(image.width, image.height, image.colorFormat);
+    const size_t needed = imageByteSize(image.colorFormat, image.width, image.height);
+    if (image.data.size() != needed) {
+        fail("image data has " + std::to_string(image.data.size()) + " bytes, but " +
+             std::to_string(image.width) + "x" + std::to_string(image.height) + " " +
+             colorFormatName(image.colorFormat) + " needs " + std::to_string(needed));
+    }
+    const int format = image.colorFormat;
+    const std::string have = colorFormatName(format);
+    switch (type.kind) {
+        case Kind::Png:
+            if (format != kRgb && format != kRgba) {
+                fail("PNG output needs an rgb or rgba image, not " + have + "; convert it first");
+            }
+            break;
+        case Kind::Jpeg:
+            if (format != kRgb)
+                fail("JPEG output needs an rgb image, not " + have + "; convert it first");
+            if (options.jpegQuality < 1 || options.jpegQuality > 100) {
+                fail("JPEG quality " + std::to_string(options.jpegQuality) + " is not in 1..100");
+            }
+            break;
+        case Kind::Y4m:
+        case Kind::Raw:
+            if (format != type.colorFormat) {
+                fail(std::string(type.extension) + " output needs a " +
+                     colorFormatName(type.colorFormat) + " image, not " + have +
+                     "; convert it first");
+            }
+            break;
+    }
+}
+
+// The temporary sits beside the target so that the final rename stays within one file system
+// and is atomic; it is hidden and tagged with pid and a counter so concurrent writers of the
+// same name never share one.
+void writeAtomically(const std::string& path, const std::function<void(std::FILE*)>& body) {
+    namespace fs = std::filesystem;
+    static std::atomic<unsigned> counter{0};
+    const fs::path target(path);
+    const fs::path folder = target.parent_path();
+    const std::string folderName = folder.empty() ? "." : folder.string();
+    const std::string tmpName = "." + target.filename().string() + ".tmp-" +
+                                std::to_string(::getpid()) + "-" + std::to_string(counter++);
+    const std::string tmp = (folder / tmpName).string();
+
+    const int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd < 0) {
+        const int err = errno;
+        if (err == ENOENT || err == ENOTDIR) fail("folder '" + folderName + "' does not exist");
+        fail("cannot create a file in folder '" + folderName + "': " + std::strerror(err));
+    }
+    std::FILE* f = ::fdopen(fd, "wb");
+    if (f == nullptr) {
+        const int err = errno;
+        ::close(fd);
+        ::unlink(tmp.c_str());
+        fail(std::strerror(err));
+    }
+    try {
+        body(f);
+        if (std::fflush(f) != 0) fail(std::string("write failed: ") + std::strerror(errno));
+        // Without it a crash soon after the rename can leave an empty file under the final name.
+        if (::fsync(::fileno(f)) != 0) fail(std::string("sync failed: ") + std::strerror(errno));
+    } catch (...) {
+        std::fclose(f);
+        ::unlink(tmp.c_str());
+        throw;
+    }
+    if (std::fclose(f) != 0) {
+        const int err = errno;
+        ::unlink(tmp.c_str());
+        fail(std::string("write failed: ") + std::strerror(err));
+    }
+    if (std::rename(tmp.c_str(), path.c_str()) != 0) {
+        const int err = errno;
+        ::unlink(tmp.c_str());
+        fail(std::string("cannot replace the file: ") + std::strerror(err));
+    }
+}
+
+}  // namespace
+
+size_t imageByteSize(int colorFormat, int width, int height) {
+    if (width <= 0 || height <= 0) return 0;
+    const size_t w = static_cast<size_t>(width);
+    const size_t h = static_cast<size_t>(height);
+    const size_t chromaW = (w + 1) / 2;
+    const size_t chromaH = (h + 1) / 2;
+    switch (colorFormat) {
+        case kNv12:
+        case kNv21:
+        case kYuv420:
+            // An interleaved row of (w+1)&~1 bytes equals two planar rows of (w+1)/2.
+            return w * h + 2 * chromaW * chromaH;
+        case kRgb:
+        case kBgr:
+            return w * h * 3;
+        case kRgba:
+        case kArgb:
+        case kBgra:
+            return w * h * 4;
+        default:
+            return 0;
+    }
+}
+
+const char* colorFormatName(int colorFormat) {
+    switch (colorFormat) {
+        case kNv12:
+            return "nv12";
+        case kNv21:
+            return "nv21";
+        case kYuv420:
+            return "yuv420";
+        case kRgb:
+            return "rgb";
+        case kRgba:
+            return "rgba";
+        case kArgb:
+            return "argb";
+        case kBgr:
+            return "bgr";
+        case kBgra:
+            return "bgra";
+        default:
+            return "unknown";
+    }
+}
+
+bool isYuv420(int colorFormat) {
+    return colorFormat == kNv12 || colorFormat == kNv21 || colorFormat == kYuv420;
+}
+
+int preferredColorFormatForExtension(const std::string& path) {
+    const FileType* type = findType(path);
+    return type ? type->colorFormat : 0;
+}
+
+bool isSupportedInput(const std::string& path) {
+    return findType(path) != nullptr;
+}
+
+bool isSupportedOutput(const std::string& path) {
+    return findType(path) != nullptr;
+}
+
+Image readImage(const std::string& path, const RawOptions& raw) {
+    try {
+        const FileType& type = requireType(path);
+        FilePtr f = openForRead(path);
+        switch (type.kind) {
+            case Kind::Png:
+                return detail::readPng(f.get());
+            case Kind::Jpeg:
+                return detail::readJpeg(f.get());
+            case Kind::Y4m:
+                if (raw.frame < 0) fail("frame " + std::to_string(raw.frame) + " requested");
+                return detail::readY4m(f.get(), raw.frame);
+            case Kind::Raw:
+                return readRaw(f.get(), raw.colorFormat != 0 ? raw.colorFormat : type.colorFormat,
+                               raw);
+        }
+        fail("unhandled file type");
+    } catch (const IoError& e) {
+        throw IoError("cannot read '" + path + "': " + e.what());
+    } catch (const std::bad_alloc&) {
+        throw IoError("cannot read '" + path + "': out of memory");
+    }
+}
+
+void writeImage(const std::string& path, const Image& image, const WriteOptions& options) {
+    try {
+        const FileType& type = requireType(path);
+        checkWritable(type, image, options);
+        writeAtomically(path, [&](std::FILE* f) {
+            switch (type.kind) {
+                case Kind::Png:
+                    detail::writePng(f, image);
+                    break;
+                case Kind::Jpeg:
+                    detail::writeJpeg(f, image, options.jpegQuality);
+                    break;
+                case Kind::Y4m:
+                    detail::writeY4m(f, image);
+                    break;
+                case Kind::Raw:
+                    detail::writeExact(f, image.data.data(), image.data.size());
+                    break;
+            }
+        });
+    } catch (const IoError& e) {
+        throw IoError("cannot write '" + path + "': " + e.what());
+    } catch (const std::bad_alloc&) {
+        throw IoError("cannot write '" + path + "': out of memory");
+    }
+}
+
+std::string describe(const Image& image) {
+    std::string name = colorFormatName(image.colorFormat);
+    if (name == "unknown") name = "format " + std::to_string(image.colorFormat);
+    return std::to_string(image.width) + "x" + std::to_string(image.height) + " " + name + ", " +
+           std::to_string(image.data.size()) + " bytes";
+}
+
+}  // namespace vexa::io

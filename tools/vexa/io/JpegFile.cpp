@@ -1,0 +1,134 @@
+// libjpeg's default error handling calls exit(); ours longjmps back instead. As with PNG, the
+// functions holding the setjmp keep no objects with destructors in their own frames.
+#include <cstdio>
+
+#include <jerror.h>
+#include <jpeglib.h>
+
+#include <cerrno>
+#include <csetjmp>
+#include <cstring>
+
+#include "vexa/io/Internal.h"
+
+namespace vexa::io::detail {
+
+namespace {
+
+struct ErrorManager {
+    jpeg_error_mgr pub;  // first, so libjpeg's pointer to it is a pointer to the whole
+    std::jmp_buf jump;
+    char message[JMSG_LENGTH_MAX];
+};
+
+void onError(j_common_ptr cinfo) {
+    auto* errors = reinterpret_cast<ErrorManager*>(cinfo->err);
+    (*cinfo->err->format_message)(cinfo, errors->message);
+    std::longjmp(errors->jump, 1);
+}
+
+// libjpeg patches over damaged or missing data with a warning and carries on. Processing
+// invented pixels without notice is worse than refusing, so warnings about the data fail too;
+// only those about metadata we ignore anyway pass.
+void onMessage(j_common_ptr cinfo, int level) {
+    if (level >= 0) return;  // trace output
+    switch (cinfo->err->msg_code) {
+        case JWRN_JFIF_MAJOR:
+        case JWRN_ADOBE_XFORM:
+        case JWRN_BOGUS_ICC:
+        case JWRN_EXTRANEOUS_DATA:
+            return;
+        default:
+            onError(cinfo);
+    }
+}
+
+void printNothing(j_common_ptr) {}
+
+void installErrorManager(jpeg_common_struct* cinfo, ErrorManager& errors) {
+    cinfo->err = jpeg_std_error(&errors.pub);
+    errors.pub.error_exit = onError;
+    errors.pub.emit_message = onMessage;
+    errors.pub.output_message = printNothing;
+}
+
+struct Reader {
+    jpeg_decompress_struct cinfo{};
+    ErrorManager errors{};
+    // Safe on a struct that was never created: libjpeg only frees what it allocated.
+    ~Reader() { jpeg_destroy_decompress(&cinfo); }
+};
+
+struct Writer {
+    jpeg_compress_struct cinfo{};
+    ErrorManager errors{};
+    ~Writer() { jpeg_destroy_compress(&cinfo); }
+};
+
+bool decode(Reader& r, std::FILE* f, Image& out) {
+    installErrorManager(reinterpret_cast<jpeg_common_struct*>(&r.cinfo), r.errors);
+    if (setjmp(r.errors.jump)) return false;
+    jpeg_create_decompress(&r.cinfo);
+    jpeg_stdio_src(&r.cinfo, f);
+    jpeg_read_header(&r.cinfo, TRUE);
+    checkDimensions(r.cinfo.image_width, r.cinfo.image_height, kRgb);
+    r.cinfo.out_color_space = JCS_RGB;  // gray and YCbCr both come out as rgb
+    jpeg_start_decompress(&r.cinfo);
+    if (r.cinfo.output_components != 3) fail("unexpected JPEG output layout");
+
+    const size_t rowBytes = static_cast<size_t>(r.cinfo.output_width) * 3;
+    out.width = static_cast<int>(r.cinfo.output_width);
+    out.height = static_cast<int>(r.cinfo.output_height);
+    out.colorFormat = kRgb;
+    out.data.resize(rowBytes * r.cinfo.output_height);
+    while (r.cinfo.output_scanline < r.cinfo.output_height) {
+        JSAMPROW row = out.data.data() + static_cast<size_t>(r.cinfo.output_scanline) * rowBytes;
+        jpeg_read_scanlines(&r.cinfo, &row, 1);
+    }
+    jpeg_finish_decompress(&r.cinfo);
+    return true;
+}
+
+bool encode(Writer& w, std::FILE* f, const Image& image, int quality) {
+    installErrorManager(reinterpret_cast<jpeg_common_struct*>(&w.cinfo), w.errors);
+    if (setjmp(w.errors.jump)) return false;
+    jpeg_create_compress(&w.cinfo);
+    jpeg_stdio_dest(&w.cinfo, f);
+    w.cinfo.image_width = static_cast<JDIMENSION>(image.width);
+    w.cinfo.image_height = static_cast<JDIMENSION>(image.height);
+    w.cinfo.input_components = 3;
+    w.cinfo.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&w.cinfo);
+    jpeg_set_quality(&w.cinfo, quality, TRUE);
+    jpeg_start_compress(&w.cinfo, TRUE);
+    const size_t rowBytes = static_cast<size_t>(image.width) * 3;
+    while (w.cinfo.next_scanline < w.cinfo.image_height) {
+        // libjpeg's API takes a non-const row but only reads it.
+        JSAMPROW row = const_cast<JSAMPROW>(image.data.data() +
+                                            static_cast<size_t>(w.cinfo.next_scanline) * rowBytes);
+        jpeg_write_scanlines(&w.cinfo, &row, 1);
+    }
+    jpeg_finish_compress(&w.cinfo);
+    return true;
+}
+
+}  // namespace
+
+Image readJpeg(std::FILE* f) {
+    Reader r;
+    Image image;
+    if (!decode(r, f, image)) fail(std::string("invalid JPEG: ") + r.errors.message);
+    return image;
+}
+
+void writeJpeg(std::FILE* f, const Image& image, int quality) {
+    Writer w;
+    if (encode(w, f, image, quality)) return;
+    // libjpeg's own text for this guesses at a full disk; the system knows the real cause.
+    if (w.errors.pub.msg_code == JERR_FILE_WRITE) {
+        fail(std::string("write failed: ") + std::strerror(errno));
+    }
+    fail(std::string("JPEG encoding failed: ") + w.errors.message);
+}
+
+}  // namespace vexa::io::detail
