@@ -1,0 +1,230 @@
+#include "mivo/ext/plugin/PerceptualDownscale.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+
+namespace mivo::ext::detail {
+
+namespace {
+
+constexpr float kNormalise = 0.003921569f;  // 1 / 255
+constexpr float kVarianceFloor = 0.000001f;
+constexpr size_t kMaxElements = 1073741823;
+
+float* allocateFloats(size_t n) {
+    // Past this count the byte size of the request would not fit a 32-bit size.
+    if (n > kMaxElements) throw std::bad_array_new_length();
+    return new float[n];
+}
+
+// std::max / std::min semantics, so a NaN stays a NaN in both kernels.
+inline float clampUnit(float v) {
+    return std::min(std::max(v, 0.0f), 1.0f);
+}
+
+}  // namespace
+
+PdBuffer::PdBuffer(size_t n)
+    : blockMean(allocateFloats(n)),
+      blockSquareMean(nullptr),
+      neighbourMean(nullptr),
+      detailRatio(nullptr) {
+    try {
+        blockSquareMean = allocateFloats(n);
+        neighbourMean = allocateFloats(n);
+        detailRatio = allocateFloats(n);
+    } catch (...) {
+        delete[] blockMean;
+        delete[] blockSquareMean;
+        delete[] neighbourMean;
+        throw;
+    }
+}
+
+PdBuffer::~PdBuffer() {
+    delete[] blockMean;
+    delete[] blockSquareMean;
+    delete[] neighbourMean;
+    delete[] detailRatio;
+}
+
+namespace {
+
+// One position of the block statistics; both kernels share its order of summation.
+void blockStatsAt(const PdPlane& plane, int bx, int by, int bw, float inverseArea,
+                  PdBuffer& scratch) {
+    float sum = 0.0f;
+    float squares = 0.0f;
+    for (int j = 0; j < plane.block; ++j) {
+        const size_t row = static_cast<size_t>(by * plane.factor + j) * plane.width;
+        for (int i = 0; i < plane.block; ++i) {
+            const size_t col = static_cast<size_t>(bx * plane.factor + i);
+            const float v = plane.source[(row + col) * plane.step + plane.offset] * kNormalise;
+            sum += v;
+            squares += v * v;
+        }
+    }
+    const size_t at = static_cast<size_t>(by) * bw + bx;
+    scratch.blockMean[at] = clampUnit(sum * inverseArea);
+    scratch.blockSquareMean[at] = clampUnit(squares * inverseArea);
+}
+
+}  // namespace
+
+void pdBlockStatsScalar(const PdPlane& plane, int bw, int bh, PdBuffer& scratch) {
+    const float inverseArea = 1.0f / static_cast<float>(plane.block * plane.block);
+    for (int by = 0; by < bh; ++by) {
+        for (int bx = 0; bx < bw; ++bx) blockStatsAt(plane, bx, by, bw, inverseArea, scratch);
+    }
+}
+
+namespace {
+
+typedef float Float4 __attribute__((vector_size(16)));
+
+inline Float4 clampUnit4(Float4 v) {
+    const Float4 zero = {0.0f, 0.0f, 0.0f, 0.0f};
+    const Float4 one = {1.0f, 1.0f, 1.0f, 1.0f};
+    v = (v < zero) ? zero : v;
+    return (one < v) ? one : v;
+}
+
+}  // namespace
+
+void pdBlockStatsVector(const PdPlane& plane, int bw, int bh, PdBuffer& scratch) {
+    const float inverseArea = 1.0f / static_cast<float>(plane.block * plane.block);
+    const Float4 inverse4 = {inverseArea, inverseArea, inverseArea, inverseArea};
+    const Float4 normalise4 = {kNormalise, kNormalise, kNormalise, kNormalise};
+    const int wide = bw - bw % 4;
+    const size_t laneStride = static_cast<size_t>(plane.factor) * plane.step;
+    for (int by = 0; by < bh; ++by) {
+        for (int bx = 0; bx < wide; bx += 4) {
+            Float4 sum = {0.0f, 0.0f, 0.0f, 0.0f};
+            Float4 squares = {0.0f, 0.0f, 0.0f, 0.0f};
+            for (int j = 0; j < plane.block; ++j) {
+                const size_t row = static_cast<size_t>(by * plane.factor + j) * plane.width;
+                const uint8_t* base = plane.source +
+                                      (row + static_cast<size_t>(bx) * plane.factor) * plane.step +
+                                      plane.offset;
+                for (int i = 0; i < plane.block; ++i) {
+                    const uint8_t* p = base + static_cast<size_t>(i) * plane.step;
+                    const Float4 bytes = {static_cast<float>(p[0]),
+                                          static_cast<float>(p[laneStride]),
+                                          static_cast<float>(p[2 * laneStride]),
+                                          static_cast<float>(p[3 * laneStride])};
+                    const Float4 v = bytes * normalise4;
+                    sum += v;
+                    squares += v * v;
+                }
+            }
+            const size_t at = static_cast<size_t>(by) * bw + bx;
+            const Float4 mean = clampUnit4(sum * inverse4);
+            const Float4 squareMean = clampUnit4(squares * inverse4);
+            for (int lane = 0; lane < 4; ++lane) {
+                scratch.blockMean[at + lane] = mean[lane];
+                scratch.blockSquareMean[at + lane] = squareMean[lane];
+            }
+        }
+    }
+    // The last columns that do not fill four lanes.
+    for (int by = 0; by < bh; ++by) {
+        for (int bx = wide; bx < bw; ++bx) blockStatsAt(plane, bx, by, bw, inverseArea, scratch);
+    }
+}
+
+namespace {
+
+void neighbourhoodStats(const PdPlane& plane, int bw, int bh, PdBuffer& scratch) {
+    const int r = plane.neighbour;
+    const float area = static_cast<float>(r * r);
+    for (int y = 0; y < bh; ++y) {
+        for (int x = 0; x < bw; ++x) {
+            float sumL = 0.0f;
+            float sumLL = 0.0f;
+            float sumL2 = 0.0f;
+            for (int dy = 0; dy < r; ++dy) {
+                const size_t row = static_cast<size_t>(std::min(y + dy, bh - 1)) * bw;
+                for (int dx = 0; dx < r; ++dx) {
+                    const size_t at = row + std::min(x + dx, bw - 1);
+                    const float l = scratch.blockMean[at];
+                    sumL += l;
+                    sumLL += l * l;
+                    sumL2 += scratch.blockSquareMean[at];
+                }
+            }
+            const float m = sumL / area;
+            const float sl = sumLL / area - m * m;
+            const float sh = sumL2 / area - m * m;
+            const size_t at = static_cast<size_t>(y) * bw + x;
+            scratch.neighbourMean[at] = clampUnit(m);
+            // A negative sh from rounding gives NaN, kept as computed.
+            scratch.detailRatio[at] =
+                sl >= kVarianceFloor ? std::min(std::sqrt(sh / sl), 1.0f) : 0.0f;
+        }
+    }
+}
+
+void writeOutput(const PdPlane& plane, int bw, int bh, const PdBuffer& scratch) {
+    const int r = plane.neighbour;
+    const float inverseArea = 1.0f / static_cast<float>(r * r);
+    auto term = [&scratch](size_t t, float l) {
+        const float m = scratch.neighbourMean[t];
+        const float ratio = scratch.detailRatio[t];
+        return clampUnit(m + l * ratio - m * ratio);
+    };
+    for (int y = 0; y < bh; ++y) {
+        const int yp = std::max(y, 1) - 1;
+        for (int x = 0; x < bw; ++x) {
+            const int xp = std::max(x, 1) - 1;
+            const size_t centre = static_cast<size_t>(y) * bw + x;
+            const float l = scratch.blockMean[centre];
+            float sum = term(centre, l);
+            if (r >= 2) {
+                // At the left and top border a neighbour is the centre itself, counted again.
+                sum += term(static_cast<size_t>(y) * bw + xp, l);
+                sum += term(static_cast<size_t>(yp) * bw + x, l);
+                sum += term(static_cast<size_t>(yp) * bw + xp, l);
+            }
+            const double value = sum * inverseArea * 255.0;
+            // Truncation toward zero, clamped to a byte; a NaN becomes 0.
+            const int sample = value >= 255.0 ? 255 : (value > 0.0 ? static_cast<int>(value) : 0);
+            plane.destination[centre * plane.step + plane.offset] = static_cast<uint8_t>(sample);
+        }
+    }
+}
+
+}  // namespace
+
+void perceptualDownscale(const _ZOCA_IMGB& src, const _ZOCA_IMGB& dst, bool vectorised) {
+    const int k = dst.width[0] != 0 ? src.width[0] / dst.width[0] : 0;
+    const bool semiPlanar = src.colorFormat == ZOCA_CF_NV12 || src.colorFormat == ZOCA_CF_NV21;
+    std::shared_ptr<PdBuffer> scratch;
+    for (int p = 0; p < 3; ++p) {
+        const bool interleavedChroma = p > 0 && semiPlanar;
+        const int q = interleavedChroma ? 1 : p;
+        PdPlane plane;
+        plane.source = reinterpret_cast<const uint8_t*>(src.addr[q]);
+        plane.destination = reinterpret_cast<uint8_t*>(dst.addr[q]);
+        plane.width = src.width[q];
+        plane.height = src.height[q];
+        plane.step = interleavedChroma ? 2 : 1;
+        plane.offset = interleavedChroma ? p - 1 : 0;
+        plane.factor = k;
+        plane.block = interleavedChroma ? k / 2 : k;
+        plane.neighbour = interleavedChroma ? 1 : 2;
+        const int bw = k != 0 ? plane.width / k : 0;
+        const int bh = k != 0 ? plane.height / k : 0;
+        scratch = std::make_shared<PdBuffer>(static_cast<size_t>(bw) * static_cast<size_t>(bh));
+        if (bw == 0 || bh == 0) continue;
+        if (vectorised) {
+            pdBlockStatsVector(plane, bw, bh, *scratch);
+        } else {
+            pdBlockStatsScalar(plane, bw, bh, *scratch);
+        }
+        neighbourhoodStats(plane, bw, bh, *scratch);
+        writeOutput(plane, bw, bh, *scratch);
+    }
+}
+
+}  // namespace mivo::ext::detail
