@@ -1,0 +1,20 @@
+// Gamut conversion and HDR tone mapping, both in linear light through lookup tables.
+#ifndef ZOCA_SRC_COLOUR_H
+#define ZOCA_SRC_COLOUR_H
+
+#include "image.h"
+
+namespace zoca {
+
+// True when two colour space codes share primaries and transfer, so that changing
+// between them needs no work in linear light.
+bool SameGamut(int cs_a, int cs_b);
+// Converts src (its record's primaries and transfer) into dst's, same size.
+int GamutConvert(const Img& src, const Img& dst);
+// Tone-maps 8-bit PQ or HLG BT.2020 src into SDR BT.709 dst, same size. mode is a
+// valid ZOCA_HDR_* value.
+int ToneMap(const Img& src, const Img& dst, int mode);
+
+}  // namespace zoca
+
+#endif  // ZOCA_SRC_COLOUR_H
