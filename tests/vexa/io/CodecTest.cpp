@@ -5,6 +5,7 @@
 
 #include <jpeglib.h>
 #include <png.h>
+#include <zlib.h>
 
 #include "TestSupport.h"
 
@@ -160,11 +161,13 @@ TEST_F(PngTest, RejectsTruncatedAndCorruptFiles) {
 TEST_F(PngTest, RejectsAbsurdDimensionsBeforeAllocating) {
     writeImage(path("a.png"), noiseImage(kRgb, 3, 2));
     std::vector<uint8_t> bytes = readBytes(path("a.png"));
-    // IHDR width at bytes 16..19; the CRC is left wrong on purpose: the size check or the CRC
-    // check must refuse it, and neither may try to allocate 4 G pixels.
-    bytes[16] = 0x7F;
-    writeBytes(path("huge.png"), bytes);
-    expectMentions(errorOf([&] { readImage(path("huge.png")); }), {path("huge.png")});
+    // IHDR's width (bytes 16..19) becomes 70000, with its CRC (29..32) made valid again.
+    const uint32_t width = 70000;
+    for (int i = 0; i < 4; ++i) bytes[16 + i] = uint8_t(width >> (24 - 8 * i));
+    const uint32_t crc = uint32_t(::crc32(0, bytes.data() + 12, 17));
+    for (int i = 0; i < 4; ++i) bytes[29 + i] = uint8_t(crc >> (24 - 8 * i));
+    writeBytes(path("wide.png"), bytes);
+    expectMentions(errorOf([&] { readImage(path("wide.png")); }), {path("wide.png"), "limit"});
 }
 
 double meanAbsDifference(const Image& a, const Image& b) {
@@ -230,7 +233,9 @@ TEST_F(JpegTest, GrayscaleComesOutAsRgb) {
 }
 
 TEST_F(JpegTest, RejectsTruncatedAndForeignFiles) {
-    writeImage(path("full.jpg"), smoothRgb(64, 64));
+    // Noise, so that most of the file is scan data and the cut lands inside it, where
+    // libjpeg would otherwise carry on with grey filler.
+    writeImage(path("full.jpg"), noiseImage(kRgb, 64, 64));
     const std::vector<uint8_t> bytes = readBytes(path("full.jpg"));
     writeBytes(path("half.jpg"), {bytes.begin(), bytes.begin() + bytes.size() / 2});
     expectMentions(errorOf([&] { readImage(path("half.jpg")); }), {path("half.jpg"), "JPEG"});

@@ -197,11 +197,16 @@ void writeAtomically(const std::string& path, const std::function<void(std::FILE
     const fs::path target(path);
     const fs::path folder = target.parent_path();
     const std::string folderName = folder.empty() ? "." : folder.string();
-    const std::string tmpName = "." + target.filename().string() + ".tmp-" +
-                                std::to_string(::getpid()) + "-" + std::to_string(counter++);
-    const std::string tmp = (folder / tmpName).string();
-
-    const int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    // A temporary left by a crashed run of a process with the same pid takes the next number.
+    std::string tmp;
+    int fd = -1;
+    for (int attempt = 0; fd < 0 && attempt < 100; ++attempt) {
+        const std::string tmpName = "." + target.filename().string() + ".tmp-" +
+                                    std::to_string(::getpid()) + "-" + std::to_string(counter++);
+        tmp = (folder / tmpName).string();
+        fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (fd < 0 && errno != EEXIST) break;
+    }
     if (fd < 0) {
         const int err = errno;
         if (err == ENOENT || err == ENOTDIR) fail("folder '" + folderName + "' does not exist");

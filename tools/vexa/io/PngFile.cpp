@@ -69,7 +69,6 @@ bool decode(Reader& r, std::FILE* f, Image& out) {
     if (setjmp(png_jmpbuf(r.png))) return false;
     png_set_read_fn(r.png, f, readFromFile);
     png_set_sig_bytes(r.png, 8);
-    png_set_user_limits(r.png, kMaxSide, kMaxSide);
     png_read_info(r.png, r.info);
 
     const png_uint_32 width = png_get_image_width(r.png, r.info);
