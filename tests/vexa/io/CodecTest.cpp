@@ -1,4 +1,4 @@
-// PNG, JPEG and Y4M specifics: the kinds of input other tools produce, and damaged files.
+// PNG, JPEG and Y4M details: the kinds of input other tools produce, and damaged files.
 #include <csetjmp>
 #include <cstdio>  // before jpeglib.h, which uses FILE and size_t
 #include <cstdlib>

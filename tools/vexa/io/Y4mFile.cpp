@@ -81,7 +81,7 @@ Image readY4m(std::FILE* f, int frame) {
                 }
                 fail("bad Y4M header field '" + token + "'");
             default:
-                break;  // frame rate, aspect, comments: not needed for a still
+                break;  // frame rate, aspect, comments: a still does not need them
         }
     }
     if (!haveWidth || !haveHeight) fail("Y4M header lacks the width (W) or height (H)");
