@@ -158,6 +158,9 @@ void DecodeOwn(const Img& src, const Img& dst, bool dither) {
 // mirrored table exchanges R and B.
 bool DecodeLibyuv(const Img& src, const Img& dst) {
     const Matrix m = MatrixOf(src.cs);
+    // libyuv's limited-range BT.709 and BT.2020 tables hold the Cb->B gain (above 2)
+    // in a signed byte and clamp it: saturated blues come out up to 16 levels dark.
+    if (!m.full && m.id != MatrixId::BT601) return false;
     const int w = src.w;
     const int h = src.h;
     uint8_t* d = dst.p[0];
