@@ -1,7 +1,6 @@
 #include "geometry.h"
 
 #include <libyuv.h>
-#include <libyuv/scale_rgb.h>
 
 #include <algorithm>
 #include <cstring>
@@ -39,6 +38,50 @@ void Rotate3(const Img& src, bool clockwise, const Img& dst) {
             }
         }
     }
+}
+
+// libyuv's interleaved scalers (ARGB, and the Cb,Cr plane of NV12) filter bilinearly
+// at best, which aliases once a picture shrinks by more than half, and its RGBScale
+// point-samples. Such planes are split into one plane per byte, scaled with the plane
+// scaler (box when shrinking) and interleaved again.
+int ScaleInterleaved(const uint8_t* s, int ss, int sw, int sh, uint8_t* d, int ds, int dw, int dh,
+                     int channels, libyuv::FilterMode filter) {
+    const size_t src_plane = static_cast<size_t>(sw) * sh;
+    const size_t dst_plane = static_cast<size_t>(dw) * dh;
+    std::unique_ptr<uint8_t[]> tmp(new (std::nothrow) uint8_t[channels * (src_plane + dst_plane)]);
+    if (!tmp) return ZOCA_ERR_DESTINATION;
+    uint8_t* sp[4];
+    uint8_t* dp[4];
+    for (int c = 0; c < channels; ++c) {
+        sp[c] = tmp.get() + c * src_plane;
+        dp[c] = tmp.get() + channels * src_plane + c * dst_plane;
+    }
+    switch (channels) {
+        case 2:
+            libyuv::SplitUVPlane(s, ss, sp[0], sw, sp[1], sw, sw, sh);
+            break;
+        case 3:
+            libyuv::SplitRGBPlane(s, ss, sp[0], sw, sp[1], sw, sp[2], sw, sw, sh);
+            break;
+        default:
+            libyuv::SplitARGBPlane(s, ss, sp[0], sw, sp[1], sw, sp[2], sw, sp[3], sw, sw, sh);
+            break;
+    }
+    for (int c = 0; c < channels; ++c) {
+        libyuv::ScalePlane(sp[c], sw, sw, sh, dp[c], dw, dw, dh, filter);
+    }
+    switch (channels) {
+        case 2:
+            libyuv::MergeUVPlane(dp[0], dw, dp[1], dw, d, ds, dw, dh);
+            break;
+        case 3:
+            libyuv::MergeRGBPlane(dp[0], dw, dp[1], dw, dp[2], dw, d, ds, dw, dh);
+            break;
+        default:
+            libyuv::MergeARGBPlane(dp[0], dw, dp[1], dw, dp[2], dw, dp[3], dw, d, ds, dw, dh);
+            break;
+    }
+    return ZOCA_OK;
 }
 
 libyuv::RotationMode ModeOf(int code) {
@@ -148,6 +191,11 @@ int Scale(const Img& src, const Img& dst) {
     // bilinear anyway along an axis that grows.
     const libyuv::FilterMode filter = dst.w <= src.w && dst.h <= src.h ? libyuv::kFilterBox
                                                                        : libyuv::kFilterBilinear;
+    const bool deep = 2 * dst.w < src.w || 2 * dst.h < src.h;
+    const int cw = (src.w + 1) / 2;
+    const int ch = (src.h + 1) / 2;
+    const int dcw = (dst.w + 1) / 2;
+    const int dch = (dst.h + 1) / 2;
     int rc = 0;
     switch (LayoutOf(src.fmt)) {
         case Layout::I420:
@@ -157,16 +205,23 @@ int Scale(const Img& src, const Img& dst) {
             break;
         case Layout::NV12:
         case Layout::NV21:
-            rc = libyuv::NV12Scale(src.p[0], src.s[0], src.p[1], src.s[1], src.w, src.h, dst.p[0],
-                                   dst.s[0], dst.p[1], dst.s[1], dst.w, dst.h, filter);
+            if (!deep) {
+                rc = libyuv::NV12Scale(src.p[0], src.s[0], src.p[1], src.s[1], src.w, src.h,
+                                       dst.p[0], dst.s[0], dst.p[1], dst.s[1], dst.w, dst.h, filter);
+                break;
+            }
+            libyuv::ScalePlane(src.p[0], src.s[0], src.w, src.h, dst.p[0], dst.s[0], dst.w, dst.h,
+                               filter);
+            rc = ScaleInterleaved(src.p[1], src.s[1], cw, ch, dst.p[1], dst.s[1], dcw, dch, 2,
+                                  filter);
             break;
         default:
-            if (OrderOf(src.fmt).bpp == 4) {
+            if (OrderOf(src.fmt).bpp == 4 && !deep) {
                 rc = libyuv::ARGBScale(src.p[0], src.s[0], src.w, src.h, dst.p[0], dst.s[0],
                                        dst.w, dst.h, filter);
             } else {
-                rc = libyuv::RGBScale(src.p[0], src.s[0], src.w, src.h, dst.p[0], dst.s[0],
-                                      dst.w, dst.h, filter);
+                rc = ScaleInterleaved(src.p[0], src.s[0], src.w, src.h, dst.p[0], dst.s[0], dst.w,
+                                      dst.h, OrderOf(src.fmt).bpp, filter);
             }
             break;
     }
