@@ -1,0 +1,408 @@
+// The descriptor conversion: plane geometry and addresses for every colour format and
+// pixel pointer, the colour space table, the way back to a pixel pointer, and buffer memory
+// that covers what a descriptor describes.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <variant>
+
+#include "TestSupport.h"
+#include "mivo/ext/plugin/ImgbView.h"
+
+namespace mivo::test {
+namespace {
+
+using core::detail::CpuMediaBuffer;
+using ext::detail::imgbFromPixel;
+using ext::detail::imgbToPixel;
+
+// Addresses are only carried, never read, so any value does.
+constexpr uintptr_t kBase = 0x10000;
+
+void* at(uintptr_t address) {
+    return reinterpret_cast<void*>(address);
+}
+
+_ZOCA_IMGB fromPixel(const std::shared_ptr<MediaFormat>& format, const PixelPointer& pixels) {
+    return imgbFromPixel(*format, pixels, nullptr);
+}
+
+bool allZero(const uint8_t* bytes, size_t n) {
+    for (size_t i = 0; i < n; ++i) {
+        if (bytes[i]) return false;
+    }
+    return true;
+}
+
+struct PlaneCase {
+    const char* name;
+    int colorFormat, cols, rows;
+    Extras extras;
+    int imgbFormat;
+    std::array<int, 3> width, height, scanlines, stride;
+    std::array<uintptr_t, 3> offset;  // of each plane in use from the buffer's address
+};
+
+void PrintTo(const PlaneCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class PlaneTest : public ::testing::TestWithParam<PlaneCase> {};
+
+TEST_P(PlaneTest, GeometryAndAddressesFromAPlainAddress) {
+    const PlaneCase& c = GetParam();
+    const _ZOCA_IMGB image = fromPixel(imageFormat(c.colorFormat, c.cols, c.rows, c.extras),
+                                       PixelPointer(std::in_place_index<1>, at(kBase)));
+    EXPECT_EQ(image.colorFormat, c.imgbFormat);
+    for (int i = 0; i < 4; ++i) {
+        SCOPED_TRACE(i);
+        const bool used = i < 3 && c.width[i] != 0;
+        EXPECT_EQ(image.width[i], i < 3 ? c.width[i] : 0);
+        EXPECT_EQ(image.height[i], i < 3 ? c.height[i] : 0);
+        EXPECT_EQ(image.scanlines[i], i < 3 ? c.scanlines[i] : 0);
+        EXPECT_EQ(image.stride[i], i < 3 ? c.stride[i] : 0);
+        EXPECT_EQ(image.addr[i], used ? kBase + c.offset[i] : 0u);
+    }
+    EXPECT_EQ(image.startX, 0);
+    EXPECT_EQ(image.startY, 0);
+    EXPECT_EQ(image.colorSpace, 0);
+    EXPECT_TRUE(allZero(image.reserved0, sizeof(image.reserved0)));
+    EXPECT_TRUE(allZero(image.reserved1, sizeof(image.reserved1)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Imgb, PlaneTest,
+    ::testing::Values(
+        PlaneCase{"nv12_1919x1081",
+                  COLOR_FORMAT_NV12,
+                  1919,
+                  1081,
+                  {},
+                  6,
+                  {1919, 960},
+                  {1081, 541},
+                  {1081, 541},
+                  {1919, 1920},
+                  {0, 2074439}},
+        PlaneCase{
+            "nv21_1x1", COLOR_FORMAT_NV21, 1, 1, {}, 7, {1, 1}, {1, 1}, {1, 1}, {1, 2}, {0, 1}},
+        PlaneCase{"nv12_even_stride_extra",
+                  COLOR_FORMAT_NV12,
+                  1920,
+                  1080,
+                  {{"stride", 2000}},
+                  6,
+                  {1920, 960},
+                  {1080, 540},
+                  {1080, 540},
+                  {2000, 2000},
+                  {0, 2160000}},
+        PlaneCase{"nv12_odd_stride_extra",
+                  COLOR_FORMAT_NV12,
+                  1920,
+                  1080,
+                  {{"stride", 1999}},
+                  6,
+                  {1920, 960},
+                  {1080, 540},
+                  {1080, 540},
+                  {1999, 2000},
+                  {0, 2158920}},
+        PlaneCase{"nv12_scanlines_extra_ignored",
+                  COLOR_FORMAT_NV12,
+                  1920,
+                  1080,
+                  {{"scan-lines", 1088}},
+                  6,
+                  {1920, 960},
+                  {1080, 540},
+                  {1080, 540},
+                  {1920, 1920},
+                  {0, 2073600}},
+        PlaneCase{"nv21_odd_size_even_stride",
+                  COLOR_FORMAT_NV21,
+                  33,
+                  17,
+                  {{"stride", 34}},
+                  7,
+                  {33, 17},
+                  {17, 9},
+                  {17, 9},
+                  {34, 34},
+                  {0, 578}},
+        PlaneCase{"yuv420_1x1",
+                  COLOR_FORMAT_YUV420,
+                  1,
+                  1,
+                  {},
+                  1,
+                  {1, 1, 1},
+                  {1, 1, 1},
+                  {1, 1, 1},
+                  {1, 1, 1},
+                  {0, 1, 2}},
+        PlaneCase{"yuv420_odd_size_odd_stride",
+                  COLOR_FORMAT_YUV420,
+                  33,
+                  17,
+                  {{"stride", 35}},
+                  1,
+                  {33, 17, 17},
+                  {17, 9, 9},
+                  {17, 9, 9},
+                  {35, 18, 18},
+                  {0, 595, 757}},
+        PlaneCase{"yuv420_scanlines_extra_ignored",
+                  COLOR_FORMAT_YUV420,
+                  64,
+                  32,
+                  {{"stride", 72}, {"scan-lines", 40}},
+                  1,
+                  {64, 32, 32},
+                  {32, 16, 16},
+                  {32, 16, 16},
+                  {72, 36, 36},
+                  {0, 2304, 2880}},
+        PlaneCase{"rgb_odd", COLOR_FORMAT_RGB, 33, 17, {}, 400, {33}, {17}, {17}, {99}, {0}},
+        PlaneCase{"rgb_stride_extra",
+                  COLOR_FORMAT_RGB,
+                  500,
+                  3,
+                  {{"stride", 1000}},
+                  400,
+                  {500},
+                  {3},
+                  {3},
+                  {3000},
+                  {0}},
+        PlaneCase{"bgr_odd_stride_extra",
+                  COLOR_FORMAT_BGR,
+                  7,
+                  5,
+                  {{"stride", 9}},
+                  401,
+                  {7},
+                  {5},
+                  {5},
+                  {27},
+                  {0}},
+        PlaneCase{"rgba_odd", COLOR_FORMAT_RGBA, 7, 5, {}, 500, {7}, {5}, {5}, {28}, {0}},
+        PlaneCase{"bgra_odd_stride_extra",
+                  COLOR_FORMAT_BGRA,
+                  7,
+                  5,
+                  {{"stride", 9}},
+                  501,
+                  {7},
+                  {5},
+                  {5},
+                  {36},
+                  {0}},
+        PlaneCase{"argb_1x1", COLOR_FORMAT_ARGB, 1, 1, {}, 502, {1}, {1}, {1}, {4}, {0}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(Imgb, ColorSpaceTableAppliesToEveryFormat) {
+    const std::pair<int, int> spaces[] = {{2, 10}, {18, 10}, {3, 20},  {19, 20}, {5, 30},
+                                          {33, 1}, {34, 11}, {35, 21}, {0, 0},   {1, 0},
+                                          {4, 0},  {6, 0},   {17, 0},  {36, 0},  {-1, 0}};
+    for (int colorFormat : {COLOR_FORMAT_NV12, COLOR_FORMAT_YUV420, COLOR_FORMAT_RGBA}) {
+        for (const auto& [space, code] : spaces) {
+            SCOPED_TRACE(testing::Message() << colorFormat << " " << space);
+            const auto format = imageFormat(colorFormat, 4, 4, {}, space);
+            EXPECT_EQ(fromPixel(format, PixelPointer(std::in_place_index<1>, at(kBase))).colorSpace,
+                      code);
+        }
+    }
+}
+
+TEST(Imgb, MistypedStrideThrowsBadVariantAccess) {
+    for (int colorFormat : {COLOR_FORMAT_NV12, COLOR_FORMAT_RGB}) {
+        const auto format = imageFormat(colorFormat, 4, 4, {{"stride", 4.0f}});
+        EXPECT_THROW(fromPixel(format, PixelPointer(std::in_place_index<1>, at(kBase))),
+                     std::bad_variant_access);
+    }
+}
+
+TEST(Imgb, UnknownColorFormatAsserts) {
+    for (int colorFormat : {0, 1, 2, 6, 7, 13, 100, 14, -1}) {
+        SCOPED_TRACE(colorFormat);
+        const auto format = imageFormat(colorFormat, 4, 4);
+        expectAssertion([&] { fromPixel(format, PixelPointer(std::in_place_index<1>, at(kBase))); },
+                        {"!(! \"not implemented yet\")", "%s\nnot supported",
+                         "ext/plugin/VexaPlugin[367] ASSERT(! \"not implemented yet\") failed."});
+    }
+}
+
+struct YuvCase {
+    int colorFormat;
+    int line;  // of the assertion for a pointer without an address
+};
+
+void PrintTo(const YuvCase& c, std::ostream* os) {
+    *os << getColorFormatName(c.colorFormat);
+}
+
+class YuvPointerTest : public ::testing::TestWithParam<YuvCase> {
+  protected:
+    std::shared_ptr<MediaFormat> format_ =
+        imageFormat(GetParam().colorFormat, 33, 17, {{"stride", 35}});
+    bool planar_ = GetParam().colorFormat == COLOR_FORMAT_YUV420;
+};
+
+TEST_P(YuvPointerTest, PairWithInnerAddressIsThePlainAddress) {
+    const _ZOCA_IMGB plain = fromPixel(format_, PixelPointer(std::in_place_index<1>, at(kBase)));
+    const _ZOCA_IMGB paired = fromPixel(
+        format_, PixelPointer(std::in_place_index<3>, at(0x999), PixelAddress(at(kBase))));
+    EXPECT_EQ(std::memcmp(paired.stride, plain.stride, sizeof(plain.stride)), 0);
+    EXPECT_EQ(std::memcmp(paired.addr, plain.addr, sizeof(plain.addr)), 0);
+    EXPECT_EQ(paired.addr[0], kBase);
+}
+
+TEST_P(YuvPointerTest, PlaneDescriptionWinsOverTheFormatsStrides) {
+    auto planes = std::make_shared<android_ycbcr>();
+    planes->y = at(0x1000);
+    planes->cb = at(0x2000);
+    planes->cr = at(0x3000);
+    planes->ystride = 64;
+    planes->cstride = 48;
+    planes->chroma_step = 5;  // not read
+    const PixelPointer pointers[] = {
+        PixelPointer(std::in_place_index<2>, planes),
+        PixelPointer(std::in_place_index<3>, at(0x999), PixelAddress(planes)),
+    };
+    const bool crFirst = GetParam().colorFormat == COLOR_FORMAT_NV21;
+    const long owners = planes.use_count();
+    for (const PixelPointer& pixels : pointers) {
+        SCOPED_TRACE(pixels.index());
+        const _ZOCA_IMGB image = fromPixel(format_, pixels);
+        EXPECT_EQ(image.stride[0], 64);
+        EXPECT_EQ(image.stride[1], 48);
+        EXPECT_EQ(image.stride[2], planar_ ? 48 : 0);
+        EXPECT_EQ(image.addr[0], 0x1000u);
+        EXPECT_EQ(image.addr[1], crFirst ? 0x3000u : 0x2000u);
+        EXPECT_EQ(image.addr[2], planar_ ? 0x3000u : 0u);
+        EXPECT_EQ(image.width[1], 17);
+        EXPECT_EQ(image.height[1], 9);
+        EXPECT_EQ(image.scanlines[0], 17);
+    }
+    EXPECT_EQ(planes.use_count(), owners);  // held only while it was read
+}
+
+TEST_P(YuvPointerTest, PointerWithoutAddressAsserts) {
+    const std::string expression = "!\"not supported yet\"";
+    const ExpectedAssertion expected{"!(" + expression + ")", "%s\nnot supported",
+                                     "ext/plugin/VexaPlugin[" + std::to_string(GetParam().line) +
+                                         "] ASSERT(" + expression + ") failed."};
+    expectAssertion([&] { fromPixel(format_, PixelPointer{}); }, expected);
+    expectAssertion([&] { fromPixel(format_, valuelessPointer()); }, expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Imgb, YuvPointerTest,
+                         ::testing::Values(YuvCase{COLOR_FORMAT_NV12, 251},
+                                           YuvCase{COLOR_FORMAT_NV21, 281},
+                                           YuvCase{COLOR_FORMAT_YUV420, 312}),
+                         [](const auto& info) {
+                             return std::string(getColorFormatName(info.param.colorFormat));
+                         });
+
+TEST(Imgb, PackedFormatsTakeWhateverAddressThePointerHolds) {
+    auto planes = std::make_shared<android_ycbcr>();
+    planes->y = at(0x1000);
+    const std::pair<PixelPointer, uintptr_t> cases[] = {
+        {PixelPointer{}, 0},
+        {PixelPointer(std::in_place_index<1>, at(kBase)), kBase},
+        // The description's own address, not its luma plane.
+        {PixelPointer(std::in_place_index<2>, planes), reinterpret_cast<uintptr_t>(planes.get())},
+        {PixelPointer(std::in_place_index<3>, at(0x999), PixelAddress(at(kBase))), kBase},
+        {PixelPointer(std::in_place_index<3>, at(0x999), PixelAddress(planes)),
+         reinterpret_cast<uintptr_t>(planes.get())},
+    };
+    for (int colorFormat : {COLOR_FORMAT_RGB, COLOR_FORMAT_ARGB}) {
+        const auto format = imageFormat(colorFormat, 7, 5);
+        for (const auto& [pixels, address] : cases) {
+            SCOPED_TRACE(testing::Message() << colorFormat << " " << pixels.index());
+            const _ZOCA_IMGB image = fromPixel(format, pixels);
+            EXPECT_EQ(image.addr[0], address);
+            EXPECT_EQ(image.addr[1], 0u);
+            EXPECT_EQ(image.width[0], 7);
+        }
+        expectAssertion([&] { fromPixel(format, valuelessPointer()); }, kNotSupportedType);
+    }
+}
+
+_ZOCA_IMGB record(int colorFormat) {
+    _ZOCA_IMGB image;
+    std::memset(&image, 0, sizeof(image));
+    image.colorFormat = colorFormat;
+    image.addr[0] = 0x1000;
+    image.addr[1] = 0x2000;
+    image.addr[2] = 0x3000;
+    image.stride[0] = 64;
+    image.stride[1] = 66;
+    image.stride[2] = 70;
+    return image;
+}
+
+TEST(Imgb, ToPixelOfPackedCodesIsThePlainAddress) {
+    for (int code : {200, 400, 502}) {
+        const PixelPointer pixels = imgbToPixel(*imageFormat(0, 1, 1), record(code), nullptr);
+        ASSERT_EQ(pixels.index(), 1u) << code;
+        EXPECT_EQ(std::get<1>(pixels), at(0x1000));
+    }
+}
+
+TEST(Imgb, ToPixelOfYuvCodesDescribesThePlanes) {
+    struct Case {
+        int code;
+        uintptr_t cb, cr;
+        size_t step;
+    };
+    for (const Case& c : {Case{6, 0x2000, 0x2001, 2}, Case{7, 0x2001, 0x2000, 2},
+                          Case{1, 0x2000, 0x3000, 1}, Case{199, 0x2000, 0x3000, 1}}) {
+        SCOPED_TRACE(c.code);
+        const PixelPointer pixels = imgbToPixel(*imageFormat(0, 1, 1), record(c.code), nullptr);
+        ASSERT_EQ(pixels.index(), 2u);
+        const android_ycbcr& planes = *std::get<2>(pixels);
+        EXPECT_EQ(planes.y, at(0x1000));
+        EXPECT_EQ(planes.cb, at(c.cb));
+        EXPECT_EQ(planes.cr, at(c.cr));
+        EXPECT_EQ(planes.ystride, 64u);
+        EXPECT_EQ(planes.cstride, 66u);
+        EXPECT_EQ(planes.chroma_step, c.step);
+        EXPECT_TRUE(
+            allZero(reinterpret_cast<const uint8_t*>(planes.reserved), sizeof(planes.reserved)));
+    }
+}
+
+TEST(Imgb, RoundTripKeepsYuvStridesAndAddresses) {
+    for (int colorFormat : {COLOR_FORMAT_NV12, COLOR_FORMAT_NV21, COLOR_FORMAT_YUV420}) {
+        SCOPED_TRACE(colorFormat);
+        const auto format = imageFormat(colorFormat, 33, 17, {{"stride", 35}});
+        const _ZOCA_IMGB image = fromPixel(format, PixelPointer(std::in_place_index<1>, at(kBase)));
+        const _ZOCA_IMGB back = fromPixel(format, imgbToPixel(*format, image, nullptr));
+        EXPECT_EQ(std::memcmp(back.stride, image.stride, sizeof(image.stride)), 0);
+        EXPECT_EQ(std::memcmp(back.addr, image.addr, sizeof(image.addr)), 0);
+    }
+}
+
+// Every byte a buffer's descriptor describes lies inside its memory; the address sanitizer
+// reports a write past it.
+TEST(Imgb, AllocatedMemoryCoversTheDescriptor) {
+    for (int colorFormat : {COLOR_FORMAT_NV12, COLOR_FORMAT_NV21, COLOR_FORMAT_YUV420,
+                            COLOR_FORMAT_RGB, COLOR_FORMAT_RGBA}) {
+        for (const Extras& extras : {Extras{}, Extras{{"stride", 35}}, Extras{{"stride", 34}}}) {
+            SCOPED_TRACE(testing::Message() << colorFormat << " " << extras.size());
+            const auto format = imageFormat(colorFormat, 33, 17, extras);
+            auto buffer = CpuMediaBuffer::allocateFor(format);
+            const _ZOCA_IMGB image = fromPixel(format, buffer->getPixelPtr());
+            for (int i = 0; i < 3 && image.width[i] != 0; ++i) {
+                std::memset(at(image.addr[i]), 0xAB,
+                            static_cast<size_t>(image.stride[i]) * image.height[i]);
+            }
+        }
+    }
+}
+
+}  // namespace
+}  // namespace mivo::test
