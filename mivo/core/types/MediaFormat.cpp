@@ -131,6 +131,11 @@ class BasicMediaFormat final : public MutableMediaFormat {
     }
     MutableMediaFormat& setColorFormat(int colorFormat) override {
         colorFormat_ = colorFormat;
+        // The layout follows the colour format, so sizes stay right when a copy changes it.
+        if (const int channels = getDefaultChannels(colorFormat)) {
+            shape_->setChannels(channels);
+            bytesPerPixel_ = getDefaultBytesPerPixel(colorFormat);
+        }
         return *this;
     }
     MutableMediaFormat& setColorSpace(int colorSpace) override {

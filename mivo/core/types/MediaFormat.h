@@ -88,6 +88,8 @@ class MutableMediaFormat : public MediaFormat {
     virtual MutableMediaFormat& setShape(std::shared_ptr<MutableShape> shape) = 0;
     virtual MutableMediaFormat& setRows(int rows) = 0;
     virtual MutableMediaFormat& setCols(int cols) = 0;
+    // For a colour format of known layout, also sets the channels and bytes per pixel to
+    // that layout's (a later setChannels or setBytesPerPixel still wins).
     virtual MutableMediaFormat& setColorFormat(int colorFormat) = 0;
     virtual MutableMediaFormat& setColorSpace(int colorSpace) = 0;
     virtual MutableMediaFormat& setExtra(const std::string& key, FormatExtraValue value) = 0;

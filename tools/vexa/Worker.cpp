@@ -1,0 +1,338 @@
+#include "Worker.h"
+
+#include "mivo/core/buffer/BufferExtension.h"
+#include "mivo/core/buffer/OutputSlot.h"
+#include "mivo/core/types/ColorFormat.h"
+
+#include <cstring>
+#include <set>
+
+namespace vexa {
+
+using mivo::core::MediaBuffer;
+using mivo::ext::Operation;
+
+namespace {
+
+const char* libraryError(int code) {
+    switch (code) {
+        case ZOCA_ERR_INVALID:
+            return "the image library found a record invalid";
+        case ZOCA_ERR_UNSUPPORTED:
+            return "the image library does not support this format or mode";
+        case ZOCA_ERR_DESTINATION:
+            return "the image library cannot write the output as it stands";
+        default:
+            return "the image library failed";
+    }
+}
+
+std::shared_ptr<mivo::core::ImgpOption> optionFor(const Parameters& p) {
+    auto option = std::make_shared<mivo::core::ImgpOption>();
+    if (p.operation == Operation::Csc && p.colorFormat) {
+        option->set(mivo::core::IMGP_OPTION_PREFERRED_COLOR,
+                    static_cast<mivo::ColorFormat>(*p.colorFormat));
+    }
+    if (p.operation == Operation::Flip) {
+        if (p.flipThroughOption) option->set(mivo::core::IMGP_OPTION_FLIP_TYPE, p.flipType);
+        if (p.ownFlip) option->set(mivo::core::IMGP_OPTION_OWN_FLIP, true);
+    }
+    return option;
+}
+
+_ZOCA_IMGB recordOf(const MediaBuffer& buffer) {
+    return buffer.getTypedData<_ZOCA_IMGB>(nullptr);
+}
+
+bool isLibraryFormat(int colorFormat) {
+    static const std::set<int> formats = {mivo::COLOR_FORMAT_NV12,   mivo::COLOR_FORMAT_NV21,
+                                          mivo::COLOR_FORMAT_YUV420, mivo::COLOR_FORMAT_RGB,
+                                          mivo::COLOR_FORMAT_BGR,    mivo::COLOR_FORMAT_RGBA,
+                                          mivo::COLOR_FORMAT_BGRA,   mivo::COLOR_FORMAT_ARGB};
+    return formats.count(colorFormat) != 0;
+}
+
+// The formats a file type can hold as they are.
+bool fileHolds(const std::string& path, int colorFormat) {
+    const int preferred = vexa::io::preferredColorFormatForExtension(path);
+    if (preferred == vexa::io::kRgba) {  // PNG keeps rgb as well
+        return colorFormat == vexa::io::kRgba || colorFormat == vexa::io::kRgb;
+    }
+    return colorFormat == preferred;
+}
+
+}  // namespace
+
+std::shared_ptr<MediaBuffer> toBuffer(const vexa::io::Image& image, int colorSpace,
+                                      std::optional<int> hdrType) {
+    auto format = mivo::makeImageFormat(image.colorFormat, image.width, image.height, colorSpace);
+    if (hdrType) format->setExtra(mivo::extra::kHdrType, *hdrType);
+    std::shared_ptr<mivo::MediaFormat> frozen = format->freeze();
+    std::shared_ptr<MediaBuffer> buffer = mivo::core::detail::CpuMediaBuffer::allocateFor(frozen);
+    // Both sides lay the planes out back to back without row padding.
+    std::memcpy(buffer->getDirectData(), image.data.data(), image.data.size());
+    return buffer;
+}
+
+vexa::io::Image toImage(const MediaBuffer& buffer) {
+    vexa::io::Image image;
+    image.width = buffer.getCols();
+    image.height = buffer.getRows();
+    image.colorFormat = buffer.getFormat()->getColorFormat();
+    image.data.resize(vexa::io::imageByteSize(image.colorFormat, image.width, image.height));
+    // Copy plane by plane through the record, so any row padding is dropped.
+    const _ZOCA_IMGB record = recordOf(buffer);
+    const int bytesPerSample =
+        record.colorFormat > 199 ? record.stride[0] / std::max(record.width[0], 1) : 1;
+    uint8_t* out = image.data.data();
+    const int planes = record.colorFormat == ZOCA_CF_I420 ? 3 : (record.colorFormat > 199 ? 1 : 2);
+    for (int p = 0; p < planes; ++p) {
+        size_t rowBytes = static_cast<size_t>(record.width[p]);
+        if (record.colorFormat > 199) rowBytes *= static_cast<size_t>(bytesPerSample);
+        if (p == 1 && planes == 2) rowBytes *= 2;  // interleaved chroma pairs
+        const auto* in = reinterpret_cast<const uint8_t*>(record.addr[p]);
+        for (int y = 0; y < record.height[p]; ++y) {
+            std::memcpy(out, in + static_cast<size_t>(y) * record.stride[p], rowBytes);
+            out += rowBytes;
+        }
+    }
+    return image;
+}
+
+std::string describeRecord(const _ZOCA_IMGB& r) {
+    std::string text = mivo::format("colorFormat=%d colorSpace=%d start=(%d, %d)", r.colorFormat,
+                                    r.colorSpace, r.startX, r.startY);
+    for (int p = 0; p < 4 && r.width[p] != 0; ++p) {
+        text += mivo::format("\n\tplane %d: %dx%d stride=%d scanlines=%d addr=%p", p, r.width[p],
+                             r.height[p], r.stride[p], r.scanlines[p],
+                             reinterpret_cast<void*>(r.addr[p]));
+    }
+    return text;
+}
+
+Worker::Worker(const Parameters& parameters)
+    : parameters_(parameters),
+      operation_(optionFor(parameters), {parameters.operation}),
+      converter_(nullptr, {Operation::Csc}),
+      cropper_(nullptr, {Operation::Crop}) {}
+
+int Worker::downscaleFactor(const MediaBuffer& input) const {
+    if (parameters_.factor > 0) return parameters_.factor;
+    return std::max(1,
+                    input.getCols() / std::max(1, parameters_.size ? parameters_.size->cols : 1));
+}
+
+int Worker::alignmentFor(const MediaBuffer& input) const {
+    // The downscaler writes rows of exactly input/k samples and the own mirror writes whole
+    // words and row pairs only: sides that are multiples of these leave nothing unwritten.
+    if (parameters_.operation == Operation::RszPd) return 2 * downscaleFactor(input);
+    if (parameters_.operation == Operation::Flip && parameters_.ownFlip) return 4;
+    return 1;
+}
+
+std::shared_ptr<MediaBuffer> Worker::trim(const std::shared_ptr<MediaBuffer>& buffer, int cols,
+                                          int rows, std::ostream* verbose) {
+    if (cols == buffer->getCols() && rows == buffer->getRows()) return buffer;
+    if (cols < 2 || rows < 2) {
+        throw UsageError(mivo::format("the %dx%d picture is too small for %s", buffer->getCols(),
+                                      buffer->getRows(),
+                                      mivo::ext::operationName(parameters_.operation)));
+    }
+    if (verbose) {
+        *verbose << "trimming " << buffer->getCols() << "x" << buffer->getRows() << " to " << cols
+                 << "x" << rows << " for " << mivo::ext::operationName(parameters_.operation)
+                 << "\n";
+    }
+    std::unique_ptr<mivo::MutableMediaFormat> wish = buffer->getFormat()->mutableCopy();
+    wish->setExtra(mivo::extra::kCropRect, android::Rect(0, 0, cols, rows));
+    auto slot = mivo::core::OutputSlot::create(wish->freeze());
+    std::shared_ptr<MediaBuffer> out = slot;
+    const int result = cropper_(buffer, out);
+    if (result != 0) {
+        throw FileError(mivo::format("trimming: %s (code %d)", libraryError(result), result));
+    }
+    return slot->get();
+}
+
+int Worker::workFormatFor(int inputFormat) const {
+    if (parameters_.workFormat) return *parameters_.workFormat;
+    // The plugin's own mirror handles the two-plane layouts only.
+    if (parameters_.operation == Operation::Flip && parameters_.ownFlip &&
+        inputFormat != mivo::COLOR_FORMAT_NV12 && inputFormat != mivo::COLOR_FORMAT_NV21) {
+        return mivo::COLOR_FORMAT_NV12;
+    }
+    // The downscaler reads samples one byte each, plane by plane: packed pixels go planar.
+    if (parameters_.operation == Operation::RszPd && !mivo::isMultiPlaneColorFormat(inputFormat)) {
+        return mivo::COLOR_FORMAT_YUV420;
+    }
+    return inputFormat;
+}
+
+void Worker::check(const MediaBuffer& input) const {
+    const Parameters& p = parameters_;
+    const int cols = input.getCols();
+    const int rows = input.getRows();
+    const int format = input.getFormat()->getColorFormat();
+    const bool subsampled = mivo::isMultiPlaneColorFormat(format);
+    auto requireSize = [&](const char* what) {
+        if (!p.size)
+            throw UsageError(std::string(what) + " needs a target size (--to WIDTHxHEIGHT)");
+    };
+    switch (p.operation) {
+        case Operation::Rsz:
+        case Operation::RszRot:
+            requireSize(mivo::ext::operationName(p.operation));
+            if (subsampled && (p.size->cols < 2 || p.size->rows < 2)) {
+                throw UsageError("a 4:2:0 picture cannot be smaller than 2x2");
+            }
+            break;
+        case Operation::RszPd:
+            if (p.size && (p.size->cols > cols || p.size->rows > rows)) {
+                throw UsageError(
+                    "perceptual downscaling only shrinks: the target is larger than the input");
+            }
+            if (cols / (2 * downscaleFactor(input)) < 1 ||
+                rows / (2 * downscaleFactor(input)) < 1) {
+                throw UsageError(mivo::format("a %dx%d picture is too small for a factor of %d",
+                                              cols, rows, downscaleFactor(input)));
+            }
+            break;
+        case Operation::Csc:
+        case Operation::CscRot:
+            if (!p.colorFormat) throw UsageError("conversion needs a target format (--to-format)");
+            break;
+        case Operation::RszCsc:
+            requireSize("rszCsc");
+            if (!p.colorFormat) throw UsageError("rszCsc needs a target format (--to-format)");
+            if (mivo::isMultiPlaneColorFormat(*p.colorFormat) &&
+                ((p.size->cols | p.size->rows) & 1)) {
+                throw UsageError("a 4:2:0 target needs an even width and height");
+            }
+            break;
+        case Operation::Crop: {
+            if (!p.rect) throw UsageError("crop needs a rectangle (--rect LEFT,TOP,WIDTH,HEIGHT)");
+            const android::Rect& r = *p.rect;
+            if (r.right > cols || r.bottom > rows) {
+                throw UsageError(
+                    mivo::format("rectangle %d,%d %dx%d lies outside the %dx%d picture", r.left,
+                                 r.top, r.getWidth(), r.getHeight(), cols, rows));
+            }
+            if (subsampled && (r.getWidth() < 2 || r.getHeight() < 2)) {
+                throw UsageError("a 4:2:0 crop must be at least 2x2");
+            }
+            break;
+        }
+        case Operation::Cgc:
+            if (!p.targetColorSpace) throw UsageError("gamut conversion needs --to-space");
+            break;
+        case Operation::Flip:
+            if (p.flipType < 1 || p.flipType > 3) throw UsageError("flip needs --direction");
+            break;
+        case Operation::Rot:
+        case Operation::HdrToSdr:
+            break;
+    }
+    if (p.colorFormat && !isLibraryFormat(*p.colorFormat)) {
+        throw UsageError("the image library cannot produce that colour format");
+    }
+}
+
+std::shared_ptr<mivo::MediaFormat> Worker::wishFor(const MediaBuffer& input) const {
+    const Parameters& p = parameters_;
+    std::unique_ptr<mivo::MutableMediaFormat> wish = input.getFormat()->mutableCopy();
+    if (p.operation == Operation::RszPd) {
+        const int k = downscaleFactor(input);
+        wish->setCols(input.getCols() / k).setRows(input.getRows() / k);
+    } else if (p.size) {
+        wish->setCols(p.size->cols).setRows(p.size->rows);
+    }
+    if (p.colorFormat) wish->setColorFormat(*p.colorFormat);
+    wish->setRotation(p.angle);
+    if (p.rect) wish->setExtra(mivo::extra::kCropRect, *p.rect);
+    if (p.targetColorSpace) wish->setColorSpace(*p.targetColorSpace);
+    if (p.dither) wish->setExtra(mivo::extra::kDithering, true);
+    if (p.operation == Operation::Flip && !p.flipThroughOption) {
+        wish->setExtra(mivo::extra::kFlipType, p.flipType);
+    }
+    return wish->freeze();
+}
+
+std::shared_ptr<MediaBuffer> Worker::convert(const std::shared_ptr<MediaBuffer>& buffer,
+                                             int colorFormat) {
+    if (buffer->getFormat()->getColorFormat() == colorFormat) return buffer;
+    std::unique_ptr<mivo::MutableMediaFormat> wish = buffer->getFormat()->mutableCopy();
+    wish->setColorFormat(colorFormat);
+    std::shared_ptr<MediaBuffer> out = mivo::core::OutputSlot::create(wish->freeze());
+    const int result = converter_(buffer, out);
+    if (result != 0) {
+        throw FileError(mivo::format("converting to %s: %s (code %d)",
+                                     mivo::getColorFormatName(colorFormat), libraryError(result),
+                                     result));
+    }
+    return std::static_pointer_cast<mivo::core::OutputSlot>(out)->get();
+}
+
+std::shared_ptr<MediaBuffer> Worker::run(const std::shared_ptr<MediaBuffer>& input,
+                                         std::ostream* verbose) {
+    std::shared_ptr<MediaBuffer> in =
+        convert(input, workFormatFor(input->getFormat()->getColorFormat()));
+    check(*in);
+    const int alignment = alignmentFor(*in);
+    in = trim(in, in->getCols() / alignment * alignment, in->getRows() / alignment * alignment,
+              verbose);
+    auto slot = mivo::core::OutputSlot::create(wishFor(*in));
+    std::shared_ptr<MediaBuffer> out = slot;
+    const int result = operation_(in, out);
+    if (verbose) {
+        *verbose << "input buffer: " << in->toString() << "\n"
+                 << "input record: " << describeRecord(recordOf(*in)) << "\n";
+        if (slot->get()) {
+            *verbose << "output buffer: " << slot->toString() << "\n"
+                     << "output record: " << describeRecord(recordOf(*slot)) << "\n";
+        }
+        *verbose << mivo::ext::operationName(parameters_.operation) << " returned " << result
+                 << "\n";
+    }
+    if (result != 0) {
+        throw FileError(mivo::format("%s: %s (code %d)",
+                                     mivo::ext::operationName(parameters_.operation),
+                                     libraryError(result), result));
+    }
+    return slot->get();
+}
+
+void Worker::process(const std::string& inputPath, const std::string& outputPath,
+                     std::ostream* verbose) {
+    vexa::io::Image image = vexa::io::readImage(inputPath, parameters_.raw);
+    const bool hdr = parameters_.operation == Operation::HdrToSdr;
+    // Untagged files: HDR input is BT.2020, RGB files are sRGB, YUV files BT.601.
+    const int defaultSpace = hdr                                   ? mivo::COLOR_SPACE_BT2020
+                             : image.colorFormat >= vexa::io::kRgb ? mivo::COLOR_SPACE_SRGB
+                                                                   : mivo::COLOR_SPACE_BT601;
+    const int colorSpace = parameters_.inputColorSpace.value_or(defaultSpace);
+    std::shared_ptr<MediaBuffer> result;
+    try {
+        result = run(toBuffer(image, colorSpace,
+                              hdr ? std::optional<int>(parameters_.hdrType) : std::nullopt),
+                     verbose);
+    } catch (const UsageError& e) {
+        throw UsageError(inputPath + ": " + e.what());
+    } catch (const FileError& e) {
+        throw FileError(inputPath + ": " + e.what());
+    }
+    const int resultFormat = result->getFormat()->getColorFormat();
+    if (!fileHolds(outputPath, resultFormat)) {
+        // Back to the input's own format where the file holds it (an RGB PNG stays RGB).
+        const int target = fileHolds(outputPath, image.colorFormat)
+                               ? image.colorFormat
+                               : vexa::io::preferredColorFormatForExtension(outputPath);
+        try {
+            result = convert(result, target);
+        } catch (const FileError& e) {
+            throw FileError(outputPath + ": " + e.what());
+        }
+    }
+    vexa::io::writeImage(outputPath, toImage(*result), parameters_.write);
+}
+
+}  // namespace vexa

@@ -1,0 +1,74 @@
+// Runs one operation of the plugin on picture files: reads the input, brings it into the
+// colour format the operation runs in, runs the operation, converts the result into what
+// the output file holds and writes it. Every conversion goes through the plugin itself.
+#ifndef VEXA_WORKER_H
+#define VEXA_WORKER_H
+
+#include "Parameters.h"
+
+#include "mivo/core/buffer/MediaBuffer.h"
+#include "mivo/ext/plugin/VexaPlugin.h"
+
+#include <zoca/zoca.h>
+
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+
+namespace vexa {
+
+// One picture file's failure; the message names the file and the cause.
+class FileError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// Picture files as framework buffers and back.
+std::shared_ptr<mivo::core::MediaBuffer> toBuffer(const vexa::io::Image& image, int colorSpace,
+                                                  std::optional<int> hdrType = std::nullopt);
+vexa::io::Image toImage(const mivo::core::MediaBuffer& buffer);
+
+// A record as text, one line per plane in use.
+std::string describeRecord(const _ZOCA_IMGB& record);
+
+// Owns its plugins: one Worker serves one thread.
+class Worker {
+  public:
+    explicit Worker(const Parameters& parameters);
+
+    // Checks the request against the input before anything runs, so that the plugin never
+    // meets a request it would refuse by ending the process. Throws UsageError.
+    void check(const mivo::core::MediaBuffer& input) const;
+
+    // Input file to output file. Throws FileError (or UsageError for an impossible request).
+    void process(const std::string& inputPath, const std::string& outputPath,
+                 std::ostream* verbose = nullptr);
+
+    // The operation on buffers, for callers that already hold them.
+    std::shared_ptr<mivo::core::MediaBuffer> run(
+        const std::shared_ptr<mivo::core::MediaBuffer>& input, std::ostream* verbose = nullptr);
+
+    // `buffer` in colour format `colorFormat`, converted by the plugin where it differs.
+    std::shared_ptr<mivo::core::MediaBuffer> convert(
+        const std::shared_ptr<mivo::core::MediaBuffer>& buffer, int colorFormat);
+
+  private:
+    std::shared_ptr<mivo::MediaFormat> wishFor(const mivo::core::MediaBuffer& input) const;
+    int workFormatFor(int inputFormat) const;
+    int downscaleFactor(const mivo::core::MediaBuffer& input) const;
+    int alignmentFor(const mivo::core::MediaBuffer& input) const;
+    // The top-left cols x rows of `buffer`, cut by the plugin.
+    std::shared_ptr<mivo::core::MediaBuffer> trim(
+        const std::shared_ptr<mivo::core::MediaBuffer>& buffer, int cols, int rows,
+        std::ostream* verbose);
+
+    Parameters parameters_;
+    mivo::ext::VexaPlugin operation_;
+    mivo::ext::VexaPlugin converter_;
+    mivo::ext::VexaPlugin cropper_;
+};
+
+}  // namespace vexa
+
+#endif  // VEXA_WORKER_H

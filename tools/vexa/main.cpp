@@ -1,0 +1,302 @@
+// vexa: runs the image operations of the mivo plugin on picture files.
+#include "Batch.h"
+#include "Parameters.h"
+#include "Worker.h"
+
+#include "mivo/Def.h"
+#include "mivo/core/types/ColorFormat.h"
+#include "mivo/ext/plugin/VexaPlugin.h"
+
+#include <unistd.h>
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+#include <thread>
+
+namespace {
+
+using mivo::ext::Operation;
+
+// The words of one operation's command line, parsed once the line is read.
+struct Arguments {
+    std::vector<std::string> inputs;
+    std::string output;
+    std::string extension;
+    std::string rawSize;
+    std::string rawFormat;
+    int frame = 0;
+    std::string inputSpace;
+    std::string workFormat;
+    unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
+    bool verbose = false;
+    int quality = 92;
+    std::string size;
+    int factor = 0;
+    std::string toFormat;
+    std::string angle;
+    std::string rect;
+    std::string toSpace;
+    std::string direction;
+    bool ownFlip = false;
+    bool flipOption = false;
+    bool dither = false;
+    std::string hdrType = "pq";
+};
+
+struct Command {
+    Operation operation;
+    CLI::App* app;
+};
+
+void addCommonOptions(CLI::App& app, Arguments& a) {
+    app.add_option("inputs", a.inputs,
+                   "Input files or folders (.png .jpg .y4m .yuv .nv12 .nv21 "
+                   ".rgb .rgba .bgra)")
+        ->required();
+    app.add_option("-o,--output", a.output,
+                   "Output file, or output folder for several inputs (default: "
+                   "<stem>.<operation>.<ext> here)");
+    app.add_option("--ext", a.extension,
+                   "Output file type for folder output (png, jpg, y4m, nv12, ...)");
+    app.add_option("--size", a.rawSize, "Size of raw input files, WIDTHxHEIGHT");
+    app.add_option("--format", a.rawFormat, "Colour format of raw input files");
+    app.add_option("--frame", a.frame, "Frame of a multi-frame raw or Y4M input")
+        ->check(CLI::NonNegativeNumber);
+    app.add_option("--color-space", a.inputSpace,
+                   "Colour space of the input: " + vexa::colorSpaceNames());
+    app.add_option("--work-format", a.workFormat,
+                   "Colour format the operation runs in (the input is converted first)");
+    app.add_option("-j,--jobs", a.jobs, "Worker threads for several inputs")
+        ->check(CLI::Range(1u, 256u));
+    app.add_option("--quality", a.quality, "JPEG quality of the output")->check(CLI::Range(1, 100));
+    app.add_flag("-v,--verbose", a.verbose,
+                 "Print the buffers and the records handed to the library");
+}
+
+void addOperationOptions(Operation operation, CLI::App& app, Arguments& a) {
+    const auto sizeOption = [&](bool required) {
+        auto* option = app.add_option("--to", a.size, "Target size, WIDTHxHEIGHT");
+        if (required) option->required();
+    };
+    const auto formatOption = [&]() {
+        app.add_option("--to-format", a.toFormat,
+                       "Target colour format: " + vexa::colorFormatNames())
+            ->required();
+    };
+    const auto angleOption = [&]() {
+        app.add_option("--angle", a.angle, "Rotation in degrees: 0, 90, 180 or 270")->required();
+    };
+    switch (operation) {
+        case Operation::Rsz:
+            sizeOption(true);
+            break;
+        case Operation::RszPd: {
+            auto* to = app.add_option("--to", a.size, "Target size, WIDTHxHEIGHT");
+            auto* factor = app.add_option("--factor", a.factor, "Integer downscale factor")
+                               ->check(CLI::PositiveNumber);
+            to->excludes(factor);
+            factor->excludes(to);
+            break;
+        }
+        case Operation::Csc:
+            formatOption();
+            app.add_flag("--dither", a.dither, "Dither the conversion (no banding in gradients)");
+            break;
+        case Operation::Rot:
+            angleOption();
+            break;
+        case Operation::RszRot:
+            sizeOption(true);
+            angleOption();
+            break;
+        case Operation::RszCsc:
+            sizeOption(true);
+            formatOption();
+            break;
+        case Operation::CscRot:
+            formatOption();
+            angleOption();
+            break;
+        case Operation::Crop:
+            app.add_option("--rect", a.rect, "Rectangle to keep, LEFT,TOP,WIDTH,HEIGHT")
+                ->required();
+            break;
+        case Operation::Cgc:
+            app.add_option("--to-space", a.toSpace,
+                           "Target colour space: " + vexa::colorSpaceNames())
+                ->required();
+            break;
+        case Operation::HdrToSdr:
+            app.add_option("--hdr-type", a.hdrType, "HDR type of the input: pq, hlg, hdr10plus")
+                ->capture_default_str();
+            break;
+        case Operation::Flip:
+            app.add_option("--direction", a.direction, "Mirror: horizontal (h), vertical (v), both")
+                ->required();
+            app.add_flag(
+                "--own", a.ownFlip,
+                "Mirror in the plugin itself (two-plane YUV; others are converted to nv12)");
+            app.add_flag("--by-option", a.flipOption,
+                         "Pass the direction as a request option instead of an output extra");
+            break;
+    }
+}
+
+const char* describeOperation(Operation operation) {
+    switch (operation) {
+        case Operation::Rsz:
+            return "Resize to a target size";
+        case Operation::RszPd:
+            return "Perceptual (detail-preserving) integer downscale";
+        case Operation::Csc:
+            return "Convert to another colour format";
+        case Operation::Rot:
+            return "Rotate by 90, 180 or 270 degrees";
+        case Operation::RszCsc:
+            return "Resize and convert in one pass";
+        case Operation::RszRot:
+            return "Resize, then rotate, in one pass";
+        case Operation::CscRot:
+            return "Convert and rotate in one pass";
+        case Operation::Crop:
+            return "Cut a rectangle out";
+        case Operation::Cgc:
+            return "Convert to another colour gamut";
+        case Operation::HdrToSdr:
+            return "Tone-map HDR (PQ or HLG) to SDR BT.709";
+        case Operation::Flip:
+            return "Mirror horizontally, vertically or both";
+    }
+    return "";
+}
+
+const char* aliasOf(Operation operation) {
+    switch (operation) {
+        case Operation::Rsz:
+            return "resize";
+        case Operation::RszPd:
+            return "downscale";
+        case Operation::Csc:
+            return "convert";
+        case Operation::Rot:
+            return "rotate";
+        case Operation::Cgc:
+            return "gamut";
+        case Operation::HdrToSdr:
+            return "tonemap";
+        default:
+            return nullptr;
+    }
+}
+
+vexa::Parameters toParameters(Operation operation, const Arguments& a) {
+    vexa::Parameters p;
+    p.operation = operation;
+    if (!a.size.empty()) p.size = vexa::parseSize(a.size);
+    p.factor = a.factor;
+    if (operation == Operation::RszPd && !p.size && p.factor == 0) {
+        throw vexa::UsageError("downscale needs --factor N or --to WIDTHxHEIGHT");
+    }
+    if (!a.toFormat.empty()) p.colorFormat = vexa::parseColorFormat(a.toFormat);
+    if (!a.angle.empty()) p.angle = vexa::parseAngle(a.angle);
+    if (!a.rect.empty()) p.rect = vexa::parseRect(a.rect);
+    if (!a.direction.empty()) p.flipType = vexa::parseFlipType(a.direction);
+    p.ownFlip = a.ownFlip;
+    p.flipThroughOption = a.flipOption;
+    p.dither = a.dither;
+    if (!a.toSpace.empty()) p.targetColorSpace = vexa::parseColorSpace(a.toSpace);
+    if (!a.inputSpace.empty()) p.inputColorSpace = vexa::parseColorSpace(a.inputSpace);
+    p.hdrType = vexa::parseHdrType(a.hdrType);
+    if (!a.workFormat.empty()) p.workFormat = vexa::parseColorFormat(a.workFormat);
+    if (!a.rawSize.empty()) {
+        const vexa::Size raw = vexa::parseSize(a.rawSize);
+        p.raw.width = raw.cols;
+        p.raw.height = raw.rows;
+    }
+    if (!a.rawFormat.empty()) p.raw.colorFormat = vexa::parseColorFormat(a.rawFormat);
+    p.raw.frame = a.frame;
+    p.write.jpegQuality = a.quality;
+    p.verbose = a.verbose;
+    return p;
+}
+
+int runOperation(Operation operation, const Arguments& a) {
+    const vexa::Parameters parameters = toParameters(operation, a);
+    const std::vector<vexa::Job> jobs =
+        vexa::planJobs(a.inputs, a.output, mivo::ext::operationName(operation), a.extension);
+    const bool progress = jobs.size() > 1 && !a.verbose && isatty(STDERR_FILENO);
+    const vexa::Summary summary = vexa::runJobs(jobs, parameters, a.jobs, std::cerr, progress,
+                                                a.verbose ? &std::cout : nullptr);
+    if (jobs.size() == 1 && summary.failed == 0) {
+        std::cout << jobs.front().output << "\n";
+    } else if (jobs.size() > 1) {
+        std::cout << mivo::format("%zu files, %zu failed, %.2f s", summary.files, summary.failed,
+                                  summary.seconds)
+                  << "\n";
+    }
+    return summary.failed == 0 ? 0 : 1;
+}
+
+int runInfo(const std::string& path, const Arguments& a) {
+    const vexa::Parameters parameters = toParameters(Operation::Rsz, a);
+    // Constructing a plugin registers the record view of buffers.
+    mivo::ext::VexaPlugin registration(nullptr, std::vector<Operation>{});
+    const vexa::io::Image image = vexa::io::readImage(path, parameters.raw);
+    const int space = parameters.inputColorSpace.value_or(
+        image.colorFormat >= vexa::io::kRgb ? mivo::COLOR_SPACE_SRGB : mivo::COLOR_SPACE_BT601);
+    const auto buffer = vexa::toBuffer(image, space);
+    std::cout << path << ": " << vexa::io::describe(image) << "\n"
+              << buffer->toString() << "\n"
+              << "record: " << vexa::describeRecord(buffer->getTypedData<_ZOCA_IMGB>(nullptr))
+              << "\n";
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{
+        "vexa: the mivo image-processing plugin on picture files.\n"
+        "Every operation runs through the plugin and the image library; files are "
+        "written whole or not at all."};
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "vexa 0.1.0");
+
+    Arguments arguments;
+    std::vector<Command> commands;
+    for (Operation operation : mivo::ext::allOperations()) {
+        CLI::App* sub =
+            app.add_subcommand(mivo::ext::operationName(operation), describeOperation(operation));
+        if (const char* alias = aliasOf(operation)) sub->alias(alias);
+        addCommonOptions(*sub, arguments);
+        addOperationOptions(operation, *sub, arguments);
+        commands.push_back({operation, sub});
+    }
+    std::string infoPath;
+    CLI::App* info = app.add_subcommand("info", "Describe a picture file as a buffer and a record");
+    info->add_option("file", infoPath, "Picture file")->required();
+    info->add_option("--size", arguments.rawSize, "Size of a raw file, WIDTHxHEIGHT");
+    info->add_option("--format", arguments.rawFormat, "Colour format of a raw file");
+    info->add_option("--color-space", arguments.inputSpace, "Colour space of the file");
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int code = app.exit(e);
+        return code == 0 ? 0 : 2;
+    }
+
+    try {
+        if (info->parsed()) return runInfo(infoPath, arguments);
+        for (const Command& command : commands) {
+            if (command.app->parsed()) return runOperation(command.operation, arguments);
+        }
+    } catch (const vexa::UsageError& e) {
+        std::cerr << "vexa: error: " << e.what() << "\n";
+        return 2;
+    } catch (const std::exception& e) {
+        std::cerr << "vexa: error: " << e.what() << "\n";
+        return 1;
+    }
+    return 2;
+}
