@@ -165,7 +165,8 @@ void neighbourhoodStats(const PdPlane& plane, int bw, int bh, PdBuffer& scratch)
     }
 }
 
-void writeOutput(const PdPlane& plane, int bw, int bh, const PdBuffer& scratch) {
+// Only the first `writableRows` output rows are stored (the statistics still span all bh).
+void writeOutput(const PdPlane& plane, int bw, int bh, int writableRows, const PdBuffer& scratch) {
     const int r = plane.neighbour;
     const float inverseArea = 1.0f / static_cast<float>(r * r);
     auto term = [&scratch](size_t t, float l) {
@@ -173,7 +174,7 @@ void writeOutput(const PdPlane& plane, int bw, int bh, const PdBuffer& scratch) 
         const float ratio = scratch.detailRatio[t];
         return clampUnit(m + l * ratio - m * ratio);
     };
-    for (int y = 0; y < bh; ++y) {
+    for (int y = 0; y < std::min(bh, writableRows); ++y) {
         const int yp = std::max(y, 1) - 1;
         for (int x = 0; x < bw; ++x) {
             const int xp = std::max(x, 1) - 1;
@@ -223,7 +224,13 @@ void perceptualDownscale(const _ZOCA_IMGB& src, const _ZOCA_IMGB& dst, bool vect
             pdBlockStatsScalar(plane, bw, bh, *scratch);
         }
         neighbourhoodStats(plane, bw, bh, *scratch);
-        writeOutput(plane, bw, bh, *scratch);
+        // Output rows are bw samples long whatever the destination's width, so a factor
+        // that does not divide the sizes would run past the destination plane.
+        const size_t capacity = static_cast<size_t>(std::max(dst.stride[q], 0)) *
+                                static_cast<size_t>(std::max(dst.scanlines[q], 0));
+        const size_t rowBytes = static_cast<size_t>(bw) * plane.step;
+        const int writableRows = static_cast<int>(std::min<size_t>(capacity / rowBytes, bh));
+        writeOutput(plane, bw, bh, writableRows, *scratch);
     }
 }
 

@@ -101,8 +101,7 @@ int32_t VexaPluginBase::operator()(const std::shared_ptr<MediaBuffer>& in,
         std::unique_ptr<MutableMediaFormat> format = in->getFormat()->mutableCopy();
         format->setColorFormat(cf);
         std::shared_ptr<MediaFormat> frozen = format->freeze();
-        holder.put(
-            CpuMediaBuffer::allocateFor(frozen, std::make_shared<core::detail::BufferOption>()));
+        holder.put(CpuMediaBuffer::allocateFor(frozen));
         result = processor(in, out, option_);
     }
     return result;

@@ -1,0 +1,45 @@
+# Checks that the plugin library exports, as defined code, the class entry points the
+# framework links against, with their exact parameter types.
+# Usage: cmake -DLIBRARY=<path> -DNM=<nm> -P CheckExports.cmake
+if(NOT EXISTS "${LIBRARY}")
+  message(FATAL_ERROR "plugin library not built: ${LIBRARY}")
+endif()
+execute_process(COMMAND ${NM} -DC --defined-only "${LIBRARY}"
+  OUTPUT_VARIABLE symbols RESULT_VARIABLE status)
+if(NOT status EQUAL 0)
+  message(FATAL_ERROR "${NM} failed on ${LIBRARY}")
+endif()
+
+set(class "mivo::ext::detail::VexaPluginBase")
+set(buffers "mivo::core::MediaBuffer const&, mivo::core::MediaBuffer&")
+set(option "std::shared_ptr<mivo::core::ImgpOption> const&")
+set(expected
+  "${class}::VexaPluginBase(std::shared_ptr<mivo::core::ImgpOption>)"
+  "${class}::~VexaPluginBase()"
+  "${class}::operator()(std::shared_ptr<mivo::core::MediaBuffer> const&, std::shared_ptr<mivo::core::MediaBuffer>&)"
+  "${class}::flip(std::shared_ptr<mivo::core::MediaBuffer> const&, std::shared_ptr<mivo::core::MediaBuffer>&, ${option})")
+foreach(operation rsz rszPd csc rot rszCsc rszRot cscRot crop cgc hdrToSdr)
+  list(APPEND expected "${class}::${operation}(${buffers}, ${option})")
+endforeach()
+
+# One symbol per line: "<address> <kind> <demangled name>"; code is kind T (or W).
+string(REPLACE "\n" ";" lines "${symbols}")
+set(missing "")
+foreach(symbol IN LISTS expected)
+  set(found FALSE)
+  foreach(line IN LISTS lines)
+    string(REGEX MATCH "^[0-9a-fA-F]+ ([A-Za-z]) (.*)$" match "${line}")
+    if(match AND CMAKE_MATCH_2 STREQUAL symbol AND CMAKE_MATCH_1 MATCHES "^[TW]$")
+      set(found TRUE)
+      break()
+    endif()
+  endforeach()
+  if(NOT found)
+    string(APPEND missing "\n  ${symbol}")
+  endif()
+endforeach()
+if(missing)
+  message(FATAL_ERROR "not exported by ${LIBRARY}:${missing}")
+endif()
+list(LENGTH expected count)
+message(STATUS "${count} entry points exported")
