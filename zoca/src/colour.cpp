@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <vector>
 
 #include "convert.h"
 
@@ -107,13 +108,6 @@ constexpr int kStepBits = 9;
 constexpr int kEncodeSize = (kOctaves << kStepBits) + 1;
 constexpr int kIndexBase = (127 - kOctaves) << kStepBits;
 
-inline int LinearIndex(float v) {
-    v = std::min(std::max(v, 0.0f), 1.0f);
-    uint32_t bits;
-    std::memcpy(&bits, &v, sizeof(bits));
-    return std::max(static_cast<int>(bits >> (23 - kStepBits)) - kIndexBase, 0);
-}
-
 // Centre of the linear interval that index i stands for.
 double IndexCentre(int i) {
     if (i == 0) return 0.0;
@@ -167,54 +161,86 @@ struct GamutMapper {
         wb = static_cast<float>(to_xyz.m[5]);
     }
 
-    inline void Map(float& r, float& g, float& b) const {
-        const float r2 = m[0] * r + m[1] * g + m[2] * b;
-        const float g2 = m[3] * r + m[4] * g + m[5] * b;
-        const float b2 = m[6] * r + m[7] * g + m[8] * b;
-        const float hi = std::max(r2, std::max(g2, b2));
-        const float lo = std::min(r2, std::min(g2, b2));
-        float t = 1.0f;
-        if (hi > 1.0f || lo < 0.0f) {
+    // Branch-free so the loop vectorises: inside the gamut both limits work out to
+    // t >= 1 and the colour passes unchanged.
+    void MapRow(float* r, float* g, float* b, int w) const {
+        constexpr float kTiny = 1e-6f;
+        for (int x = 0; x < w; ++x) {
+            const float r2 = m[0] * r[x] + m[1] * g[x] + m[2] * b[x];
+            const float g2 = m[3] * r[x] + m[4] * g[x] + m[5] * b[x];
+            const float b2 = m[6] * r[x] + m[7] * g[x] + m[8] * b[x];
+            const float hi = std::max(r2, std::max(g2, b2));
+            const float lo = std::min(r2, std::min(g2, b2));
             const float l = std::min(std::max(wr * r2 + wg * g2 + wb * b2, 0.0f), 1.0f);
-            if (hi > 1.0f) t = std::min(t, (1.0f - l) / (hi - l));
-            if (lo < 0.0f) t = std::min(t, l / (l - lo));
-            r = l + t * (r2 - l);
-            g = l + t * (g2 - l);
-            b = l + t * (b2 - l);
-            return;
+            const float t_hi = (1.0f - l) / std::max(hi - l, kTiny);
+            const float t_lo = l / std::max(l - lo, kTiny);
+            const float t = std::min(1.0f, std::min(t_hi, t_lo));
+            r[x] = l + t * (r2 - l);
+            g[x] = l + t * (g2 - l);
+            b[x] = l + t * (b2 - l);
         }
-        r = r2;
-        g = g2;
-        b = b2;
     }
+};
+
+// Table indices of a row of linear values (vectorised), then the lookups.
+void LinearIndices(const float* v, int32_t* idx, int w) {
+    for (int x = 0; x < w; ++x) {
+        const float c = std::min(std::max(v[x], 0.0f), 1.0f);
+        uint32_t bits;
+        std::memcpy(&bits, &c, sizeof(bits));
+        idx[x] = std::max(static_cast<int32_t>(bits >> (23 - kStepBits)) - kIndexBase, 0);
+    }
+}
+
+void EncodeRow(const uint8_t* table, const float* v, int32_t* idx, uint8_t* out, int w) {
+    LinearIndices(v, idx, w);
+    for (int x = 0; x < w; ++x) out[x] = table[idx[x]];
+}
+
+// Per-call float rows for the stages (a stage object lives for one call).
+struct FloatRows {
+    explicit FloatRows(int w) : r(w), g(w), b(w), t(w), idx(w) {}
+    void Fit(int w) {
+        if (static_cast<int>(r.size()) >= w) return;
+        r.resize(w);
+        g.resize(w);
+        b.resize(w);
+        t.resize(w);
+        idx.resize(w);
+    }
+    std::vector<float> r, g, b, t;
+    std::vector<int32_t> idx;
 };
 
 class GamutStage : public PixelStage {
 public:
-    GamutStage(int from_cs, int to_cs)
+    GamutStage(int from_cs, int to_cs, int width)
         : in_(TablesOf(TransferOf(from_cs))),
           out_(TablesOf(TransferOf(to_cs))),
-          map_(PrimariesOf(from_cs), PrimariesOf(to_cs)) {}
+          map_(PrimariesOf(from_cs), PrimariesOf(to_cs)),
+          f_(width) {}
 
-    void Run(uint8_t* bgra, int stride, int width, int rows) const override {
-        for (int y = 0; y < rows; ++y) {
-            uint8_t* px = bgra + static_cast<ptrdiff_t>(y) * stride;
-            for (int x = 0; x < width; ++x, px += 4) {
-                float r = in_.decode[px[2]];
-                float g = in_.decode[px[1]];
-                float b = in_.decode[px[0]];
-                map_.Map(r, g, b);
-                px[2] = out_.encode[LinearIndex(r)];
-                px[1] = out_.encode[LinearIndex(g)];
-                px[0] = out_.encode[LinearIndex(b)];
-            }
+    void Run(uint8_t* r, uint8_t* g, uint8_t* b, int w) override {
+        f_.Fit(w);
+        float* fr = f_.r.data();
+        float* fg = f_.g.data();
+        float* fb = f_.b.data();
+        for (int x = 0; x < w; ++x) {
+            fr[x] = in_.decode[r[x]];
+            fg[x] = in_.decode[g[x]];
+            fb[x] = in_.decode[b[x]];
         }
+        map_.MapRow(fr, fg, fb, w);
+        EncodeRow(out_.encode, fr, f_.idx.data(), r, w);
+        EncodeRow(out_.encode, fg, f_.idx.data(), g, w);
+        EncodeRow(out_.encode, fb, f_.idx.data(), b, w);
     }
 
 private:
     const TransferTables& in_;
     const TransferTables& out_;
     GamutMapper map_;
+    FloatRows f_;
 };
 
 // ---- HDR: SMPTE ST 2084 (PQ), BT.2100 HLG, BT.2390 EETF ----
@@ -341,62 +367,67 @@ const ToneTables& ToneTablesOf(int mode) {
 // gain, so hue and saturation are kept while brightness is compressed.
 class ToneStage : public PixelStage {
 public:
-    explicit ToneStage(int mode)
+    ToneStage(int mode, int width)
         : t_(ToneTablesOf(mode)),
           out_(TablesOf(Transfer::BT1886)),
-          map_(Primaries::BT2020, Primaries::BT709) {}
+          map_(Primaries::BT2020, Primaries::BT709),
+          f_(width) {}
 
-    void Run(uint8_t* bgra, int stride, int width, int rows) const override {
-        for (int y = 0; y < rows; ++y) {
-            uint8_t* px = bgra + static_cast<ptrdiff_t>(y) * stride;
-            if (t_.params.hlg) {
-                RunHlg(px, width);
-            } else {
-                RunPq(px, width);
+    void Run(uint8_t* r, uint8_t* g, uint8_t* b, int w) override {
+        f_.Fit(w);
+        float* fr = f_.r.data();
+        float* fg = f_.g.data();
+        float* fb = f_.b.data();
+        if (t_.params.hlg) {
+            Hlg(r, g, b, w);
+        } else {
+            for (int x = 0; x < w; ++x) {
+                // PQ is monotonic: the largest code is the largest light.
+                const float gain = t_.gain[std::max(r[x], std::max(g[x], b[x]))];
+                fr[x] = t_.nits[r[x]] * gain;
+                fg[x] = t_.nits[g[x]] * gain;
+                fb[x] = t_.nits[b[x]] * gain;
             }
         }
+        map_.MapRow(fr, fg, fb, w);
+        EncodeRow(out_.encode, fr, f_.idx.data(), r, w);
+        EncodeRow(out_.encode, fg, f_.idx.data(), g, w);
+        EncodeRow(out_.encode, fb, f_.idx.data(), b, w);
     }
 
 private:
-    void RunPq(uint8_t* px, int width) const {
-        for (int x = 0; x < width; ++x, px += 4) {
-            const float gain = t_.gain[std::max(px[0], std::max(px[1], px[2]))];
-            float r = t_.nits[px[2]] * gain;
-            float g = t_.nits[px[1]] * gain;
-            float b = t_.nits[px[0]] * gain;
-            Finish(px, r, g, b);
-        }
-    }
-
-    void RunHlg(uint8_t* px, int width) const {
+    void Hlg(const uint8_t* r, const uint8_t* g, const uint8_t* b, int w) {
+        float* fr = f_.r.data();
+        float* fg = f_.g.data();
+        float* fb = f_.b.data();
+        float* od = f_.t.data();
+        int32_t* idx = f_.idx.data();
         const float scale = static_cast<float>(t_.params.master / t_.params.target);
-        for (int x = 0; x < width; ++x, px += 4) {
-            const float r = t_.scene[px[2]];
-            const float g = t_.scene[px[1]];
-            const float b = t_.scene[px[0]];
-            // BT.2100 OOTF: display light = peak * Ys^(gamma-1) * scene light.
-            const float ys = 0.2627f * r + 0.6780f * g + 0.0593f * b;
-            const float od = t_.ootf[LinearIndex(ys)];
-            const float top = od * std::max(r, std::max(g, b));  // display max / peak
-            const int ri = static_cast<int>(std::min(top, 1.0f) * kRatioSize + 0.5f);
-            const float k = od * t_.ratio[ri] * scale;
-            float r2 = r * k;
-            float g2 = g * k;
-            float b2 = b * k;
-            Finish(px, r2, g2, b2);
+        for (int x = 0; x < w; ++x) {
+            fr[x] = t_.scene[r[x]];
+            fg[x] = t_.scene[g[x]];
+            fb[x] = t_.scene[b[x]];
+            od[x] = 0.2627f * fr[x] + 0.6780f * fg[x] + 0.0593f * fb[x];  // scene luminance Ys
         }
-    }
-
-    inline void Finish(uint8_t* px, float r, float g, float b) const {
-        map_.Map(r, g, b);
-        px[2] = out_.encode[LinearIndex(r)];
-        px[1] = out_.encode[LinearIndex(g)];
-        px[0] = out_.encode[LinearIndex(b)];
+        // BT.2100 OOTF: display light = peak * Ys^(gamma-1) * scene light.
+        LinearIndices(od, idx, w);
+        for (int x = 0; x < w; ++x) od[x] = t_.ootf[idx[x]];
+        for (int x = 0; x < w; ++x) {
+            const float top = od[x] * std::max(fr[x], std::max(fg[x], fb[x]));  // display max / peak
+            idx[x] = static_cast<int32_t>(std::min(top, 1.0f) * kRatioSize + 0.5f);
+        }
+        for (int x = 0; x < w; ++x) {
+            const float k = od[x] * t_.ratio[idx[x]] * scale;
+            fr[x] *= k;
+            fg[x] *= k;
+            fb[x] *= k;
+        }
     }
 
     const ToneTables& t_;
     const TransferTables& out_;
     GamutMapper map_;
+    FloatRows f_;
 };
 
 }  // namespace
@@ -407,12 +438,12 @@ bool SameGamut(int cs_a, int cs_b) {
 
 int GamutConvert(const Img& src, const Img& dst) {
     if (SameGamut(src.cs, dst.cs)) return Convert(src, dst, false);
-    const GamutStage stage(src.cs, dst.cs);
+    GamutStage stage(src.cs, dst.cs, src.w);
     return ConvertThrough(src, dst, &stage, false);
 }
 
 int ToneMap(const Img& src, const Img& dst, int mode) {
-    const ToneStage stage(mode);
+    ToneStage stage(mode, src.w);
     return ConvertThrough(src, dst, &stage, false);
 }
 

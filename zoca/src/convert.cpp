@@ -4,13 +4,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <new>
 
 namespace zoca {
 namespace {
-
-// Rows per strip of a two-step conversion: even, so 4:2:0 chroma rows stay paired,
-// and small enough that the strip stays in cache between the steps.
-constexpr int kStripRows = 16;
 
 enum class MatrixId { BT601, BT709, BT2020 };
 
@@ -57,20 +55,14 @@ bool SameMatrix(int a, int b) {
 // 4x4 area averages to the unrounded value.
 constexpr int kBayer[4][4] = {{0, 8, 2, 10}, {12, 4, 14, 6}, {3, 11, 1, 9}, {15, 7, 13, 5}};
 
-// Rounding offsets for one row at `frac` fraction bits: a plain half, or the Bayer
-// threshold of that row spread over one output step.
-void RoundingRow(bool dither, int row, int frac, int32_t bias[4]) {
-    for (int i = 0; i < 4; ++i) {
-        bias[i] = dither ? (2 * kBayer[row & 3][i] + 1) << (frac - 5) : 1 << (frac - 1);
-    }
-}
-
-inline uint8_t Clamp255(int32_t v) { return static_cast<uint8_t>(std::min(std::max(v, 0), 255)); }
-
-// ---- YUV -> packed RGB, fixed point with 16 fraction bits ----
+// ---- own YUV <-> RGB, through planar rows ----
+//
+// Rows are split into one array per channel so that the arithmetic loops run over
+// plain arrays, which the compiler vectorises; libyuv's SIMD split and merge routines
+// do the (de)interleaving.
 
 struct DecCoef {
-    int32_t y, yoff, rv, gu, gv, bu;
+    int32_t y, yoff, rv, gu, gv, bu;  // 16 fraction bits
 };
 
 DecCoef MakeDecCoef(const Matrix& m) {
@@ -78,79 +70,319 @@ DecCoef MakeDecCoef(const Matrix& m) {
     const double cr = m.full ? 255.0 : 224.0;
     const double kg = 1.0 - m.kr - m.kb;
     const double one = 65536.0;
+    auto q = [](double v) { return static_cast<int32_t>(std::lround(v)); };
     DecCoef k;
-    k.y = static_cast<int32_t>(std::lround(255.0 / yr * one));
+    k.y = q(255.0 / yr * one);
     k.yoff = m.full ? 0 : 16;
-    k.rv = static_cast<int32_t>(std::lround(255.0 * 2 * (1 - m.kr) / cr * one));
-    k.bu = static_cast<int32_t>(std::lround(255.0 * 2 * (1 - m.kb) / cr * one));
-    k.gu = static_cast<int32_t>(std::lround(255.0 * 2 * m.kb * (1 - m.kb) / kg / cr * one));
-    k.gv = static_cast<int32_t>(std::lround(255.0 * 2 * m.kr * (1 - m.kr) / kg / cr * one));
+    k.rv = q(255.0 * 2 * (1 - m.kr) / cr * one);
+    k.bu = q(255.0 * 2 * (1 - m.kb) / cr * one);
+    k.gu = q(255.0 * 2 * m.kb * (1 - m.kb) / kg / cr * one);
+    k.gv = q(255.0 * 2 * m.kr * (1 - m.kr) / kg / cr * one);
     return k;
 }
 
-template <int BPP, int RO, int GO, int BO, int AO>
-void DecodeRow(const uint8_t* y, const uint8_t* u, const uint8_t* v, int cstep, uint8_t* out,
-               int w, const DecCoef& k, const int32_t bias[4]) {
-    for (int x = 0; x < w; ++x) {
-        const int c = (x >> 1) * cstep;
-        const int32_t yy = (y[x] - k.yoff) * k.y + bias[x & 3];
-        const int32_t uu = u[c] - 128;
-        const int32_t vv = v[c] - 128;
-        uint8_t* px = out + x * BPP;
-        px[RO] = Clamp255((yy + k.rv * vv) >> 16);
-        px[GO] = Clamp255((yy - k.gu * uu - k.gv * vv) >> 16);
-        px[BO] = Clamp255((yy + k.bu * uu) >> 16);
-        if constexpr (AO >= 0) px[AO] = 255;
-    }
+// Luma at 16 fraction bits per pixel; chroma at 16 bits applied to the sum of a 2x2
+// block, so its results carry 18 fraction bits.
+struct EncCoef {
+    int32_t yr, yg, yb, yoff;
+    int32_t ur, ug, ub, vr, vg, vb;
+};
+
+EncCoef MakeEncCoef(const Matrix& m) {
+    const double yr = m.full ? 255.0 : 219.0;
+    const double cr = m.full ? 255.0 : 224.0;
+    const double kg = 1.0 - m.kr - m.kb;
+    const double one = 65536.0;
+    auto q = [](double v) { return static_cast<int32_t>(std::lround(v)); };
+    EncCoef k;
+    k.yr = q(m.kr * yr / 255.0 * one);
+    k.yg = q(kg * yr / 255.0 * one);
+    k.yb = q(m.kb * yr / 255.0 * one);
+    k.yoff = m.full ? 0 : 16;
+    const double su = cr / 255.0 / (2 * (1 - m.kb)) * one;
+    const double sv = cr / 255.0 / (2 * (1 - m.kr)) * one;
+    k.ur = q(-m.kr * su);
+    k.ug = q(-kg * su);
+    k.ub = q((1 - m.kb) * su);
+    k.vr = q((1 - m.kr) * sv);
+    k.vg = q(-kg * sv);
+    k.vb = q(-m.kb * sv);
+    return k;
 }
+
+// Working rows for one call: two picture rows of planar R, G, B, A (a 4:2:0 chroma row
+// spans two), the rounding offsets of the four Bayer rows, and chroma temporaries.
+class Rows {
+public:
+    Rows(int w, bool dither) : w_(w), cw_((w + 1) / 2) {
+        const size_t wp = (static_cast<size_t>(w) + 31) & ~size_t{31};
+        const size_t cp = (static_cast<size_t>(cw_) + 31) & ~size_t{31};
+        bytes_.reset(new (std::nothrow) uint8_t[9 * wp + 2 * cp]);
+        words_.reset(new (std::nothrow) int32_t[4 * wp + 4 * cp + 3 * cp]);
+        if (!bytes_ || !words_) return;
+        uint8_t* b = bytes_.get();
+        for (int i = 0; i < 2; ++i) {
+            r[i] = b;
+            g[i] = b + wp;
+            b_[i] = b + 2 * wp;
+            a[i] = b + 3 * wp;
+            b += 4 * wp;
+        }
+        opaque = b;
+        std::memset(opaque, 255, w);
+        cu = b + wp;
+        cv = cu + cp;
+        int32_t* p = words_.get();
+        for (int i = 0; i < 4; ++i) {
+            luma_bias[i] = p + i * wp;
+            chroma_bias[i] = p + 4 * wp + i * cp;
+        }
+        t0 = p + 4 * wp + 4 * cp;
+        t1 = t0 + cp;
+        t2 = t1 + cp;
+        // Rounding offsets: a plain half, or the Bayer threshold of the pixel spread
+        // over one output step (16 fraction bits for luma and RGB, 18 for chroma).
+        for (int row = 0; row < 4; ++row) {
+            for (int x = 0; x < w; ++x) {
+                const int t = kBayer[row][x & 3];
+                luma_bias[row][x] = dither ? (2 * t + 1) << 11 : 1 << 15;
+            }
+            for (int x = 0; x < cw_; ++x) {
+                const int t = kBayer[row][x & 3];
+                chroma_bias[row][x] = dither ? (2 * t + 1) << 13 : 1 << 17;
+            }
+        }
+        ok_ = true;
+    }
+
+    bool ok() const { return ok_; }
+    uint8_t* r[2];
+    uint8_t* g[2];
+    uint8_t* b_[2];
+    uint8_t* a[2];
+    bool has_alpha = false;
+    uint8_t* opaque;
+    uint8_t* cu;
+    uint8_t* cv;
+    int32_t* luma_bias[4];
+    int32_t* chroma_bias[4];
+    int32_t* t0;
+    int32_t* t1;
+    int32_t* t2;
+
+private:
+    int w_, cw_;
+    bool ok_ = false;
+    std::unique_ptr<uint8_t[]> bytes_;
+    std::unique_ptr<int32_t[]> words_;
+};
 
 struct YuvPlanes {
     uint8_t* y;
-    uint8_t* u;
-    uint8_t* v;
-    int sy, su, sv, cstep;
+    uint8_t* c0;  // I420: Cb plane; NV12/NV21: the interleaved plane
+    uint8_t* c1;  // I420: Cr plane
+    int sy, s0, s1;
+    Layout layout;
 };
 
 YuvPlanes PlanesOf(const Img& img) {
-    switch (LayoutOf(img.fmt)) {
-        case Layout::I420:
-            return {img.p[0], img.p[1], img.p[2], img.s[0], img.s[1], img.s[2], 1};
-        case Layout::NV12:
-            return {img.p[0], img.p[1], img.p[1] + 1, img.s[0], img.s[1], img.s[1], 2};
-        default:
-            return {img.p[0], img.p[1] + 1, img.p[1], img.s[0], img.s[1], img.s[1], 2};
+    return {img.p[0], img.p[1], img.p[2], img.s[0], img.s[1], img.s[2], LayoutOf(img.fmt)};
+}
+
+// Cb and Cr of chroma row cr as two contiguous arrays.
+void ChromaRow(const YuvPlanes& yp, int cr, int cw, Rows& s, const uint8_t** u,
+               const uint8_t** v) {
+    const uint8_t* c0 = yp.c0 + static_cast<ptrdiff_t>(cr) * yp.s0;
+    if (yp.layout == Layout::I420) {
+        *u = c0;
+        *v = yp.c1 + static_cast<ptrdiff_t>(cr) * yp.s1;
+        return;
+    }
+    libyuv::SplitUVPlane(c0, 0, s.cu, 0, s.cv, 0, cw, 1);
+    *u = yp.layout == Layout::NV12 ? s.cu : s.cv;
+    *v = yp.layout == Layout::NV12 ? s.cv : s.cu;
+}
+
+inline int32_t Clamp255i(int32_t v) { return std::min(std::max(v, 0), 255); }
+
+// Rows [r0, r0 + n) of a YUV picture (r0 even, n 1 or 2) into planar RGB.
+void DecodeRows(const YuvPlanes& yp, int w, int r0, int n, const DecCoef& k, Rows& s) {
+    const int cw = (w + 1) / 2;
+    const uint8_t* u;
+    const uint8_t* v;
+    ChromaRow(yp, r0 / 2, cw, s, &u, &v);
+    int32_t* tr = s.t0;
+    int32_t* tg = s.t1;
+    int32_t* tb = s.t2;
+    for (int c = 0; c < cw; ++c) {
+        const int32_t uu = u[c] - 128;
+        const int32_t vv = v[c] - 128;
+        tr[c] = k.rv * vv;
+        tg[c] = -(k.gu * uu + k.gv * vv);
+        tb[c] = k.bu * uu;
+    }
+    for (int i = 0; i < n; ++i) {
+        const int row = r0 + i;
+        const uint8_t* y = yp.y + static_cast<ptrdiff_t>(row) * yp.sy;
+        const int32_t* bias = s.luma_bias[row & 3];
+        uint8_t* R = s.r[i];
+        uint8_t* G = s.g[i];
+        uint8_t* B = s.b_[i];
+        const int half = w / 2;
+        for (int c = 0; c < half; ++c) {
+            const int32_t y0 = (y[2 * c] - k.yoff) * k.y + bias[2 * c];
+            const int32_t y1 = (y[2 * c + 1] - k.yoff) * k.y + bias[2 * c + 1];
+            R[2 * c] = static_cast<uint8_t>(Clamp255i((y0 + tr[c]) >> 16));
+            R[2 * c + 1] = static_cast<uint8_t>(Clamp255i((y1 + tr[c]) >> 16));
+            G[2 * c] = static_cast<uint8_t>(Clamp255i((y0 + tg[c]) >> 16));
+            G[2 * c + 1] = static_cast<uint8_t>(Clamp255i((y1 + tg[c]) >> 16));
+            B[2 * c] = static_cast<uint8_t>(Clamp255i((y0 + tb[c]) >> 16));
+            B[2 * c + 1] = static_cast<uint8_t>(Clamp255i((y1 + tb[c]) >> 16));
+        }
+        if (w & 1) {
+            const int x = w - 1;
+            const int32_t y0 = (y[x] - k.yoff) * k.y + bias[x];
+            R[x] = static_cast<uint8_t>(Clamp255i((y0 + tr[half]) >> 16));
+            G[x] = static_cast<uint8_t>(Clamp255i((y0 + tg[half]) >> 16));
+            B[x] = static_cast<uint8_t>(Clamp255i((y0 + tb[half]) >> 16));
+        }
     }
 }
 
-template <int BPP, int RO, int GO, int BO, int AO>
-void DecodeOwnT(const Img& src, const Img& dst, bool dither) {
-    const DecCoef k = MakeDecCoef(MatrixOf(src.cs));
-    const YuvPlanes yp = PlanesOf(src);
-    int32_t bias[4];
-    for (int r = 0; r < src.h; ++r) {
-        RoundingRow(dither, r, 16, bias);
-        const int cr = r >> 1;
-        DecodeRow<BPP, RO, GO, BO, AO>(yp.y + static_cast<ptrdiff_t>(r) * yp.sy,
-                                       yp.u + static_cast<ptrdiff_t>(cr) * yp.su,
-                                       yp.v + static_cast<ptrdiff_t>(cr) * yp.sv, yp.cstep,
-                                       dst.p[0] + static_cast<ptrdiff_t>(r) * dst.s[0], src.w, k,
-                                       bias);
+// Planar RGB rows (n = 1 at an odd bottom edge, which then stands for both rows of its
+// chroma block) into rows [r0, r0 + n) of a YUV picture.
+void EncodeRows(const Rows& s, int w, int r0, int n, const EncCoef& k, const YuvPlanes& yp,
+                Rows& tmp) {
+    for (int i = 0; i < n; ++i) {
+        const int row = r0 + i;
+        uint8_t* y = yp.y + static_cast<ptrdiff_t>(row) * yp.sy;
+        const int32_t* bias = s.luma_bias[row & 3];
+        const uint8_t* R = s.r[i];
+        const uint8_t* G = s.g[i];
+        const uint8_t* B = s.b_[i];
+        const int32_t off = k.yoff << 16;
+        for (int x = 0; x < w; ++x) {
+            const int32_t v = off + k.yr * R[x] + k.yg * G[x] + k.yb * B[x] + bias[x];
+            y[x] = static_cast<uint8_t>(Clamp255i(v >> 16));
+        }
+    }
+    const int cw = (w + 1) / 2;
+    const int cr = r0 / 2;
+    const int32_t* cbias = s.chroma_bias[cr & 3];
+    const uint8_t* R0 = s.r[0];
+    const uint8_t* G0 = s.g[0];
+    const uint8_t* B0 = s.b_[0];
+    const uint8_t* R1 = s.r[n - 1];
+    const uint8_t* G1 = s.g[n - 1];
+    const uint8_t* B1 = s.b_[n - 1];
+    uint8_t* u;
+    uint8_t* v;
+    if (yp.layout == Layout::I420) {
+        u = yp.c0 + static_cast<ptrdiff_t>(cr) * yp.s0;
+        v = yp.c1 + static_cast<ptrdiff_t>(cr) * yp.s1;
+    } else {
+        u = tmp.cu;
+        v = tmp.cv;
+    }
+    const int32_t off = 128 << 18;
+    const int half = w / 2;
+    for (int c = 0; c < half; ++c) {
+        const int x = 2 * c;
+        const int32_t sr = R0[x] + R0[x + 1] + R1[x] + R1[x + 1];
+        const int32_t sg = G0[x] + G0[x + 1] + G1[x] + G1[x + 1];
+        const int32_t sb = B0[x] + B0[x + 1] + B1[x] + B1[x + 1];
+        u[c] = static_cast<uint8_t>(
+            Clamp255i((off + k.ur * sr + k.ug * sg + k.ub * sb + cbias[c]) >> 18));
+        v[c] = static_cast<uint8_t>(
+            Clamp255i((off + k.vr * sr + k.vg * sg + k.vb * sb + cbias[c]) >> 18));
+    }
+    if (w & 1) {  // the last column stands for both columns of its block
+        const int x = w - 1;
+        const int32_t sr = 2 * (R0[x] + R1[x]);
+        const int32_t sg = 2 * (G0[x] + G1[x]);
+        const int32_t sb = 2 * (B0[x] + B1[x]);
+        u[half] = static_cast<uint8_t>(
+            Clamp255i((off + k.ur * sr + k.ug * sg + k.ub * sb + cbias[half]) >> 18));
+        v[half] = static_cast<uint8_t>(
+            Clamp255i((off + k.vr * sr + k.vg * sg + k.vb * sb + cbias[half]) >> 18));
+    }
+    if (yp.layout != Layout::I420) {
+        uint8_t* c = yp.c0 + static_cast<ptrdiff_t>(cr) * yp.s0;
+        if (yp.layout == Layout::NV12) {
+            libyuv::MergeUVPlane(u, 0, v, 0, c, 0, cw, 1);
+        } else {
+            libyuv::MergeUVPlane(v, 0, u, 0, c, 0, cw, 1);
+        }
     }
 }
 
-void DecodeOwn(const Img& src, const Img& dst, bool dither) {
-    switch (dst.fmt) {
-        case ZOCA_CF_RGB:
-            return DecodeOwnT<3, 0, 1, 2, -1>(src, dst, dither);
-        case ZOCA_CF_BGR:
-            return DecodeOwnT<3, 2, 1, 0, -1>(src, dst, dither);
-        case ZOCA_CF_RGBA:
-            return DecodeOwnT<4, 0, 1, 2, 3>(src, dst, dither);
-        case ZOCA_CF_BGRA:
-            return DecodeOwnT<4, 2, 1, 0, 3>(src, dst, dither);
-        default:
-            return DecodeOwnT<4, 1, 2, 3, 0>(src, dst, dither);
+// One packed row into planar R, G, B (and A, when the format has it).
+void SplitPacked(const uint8_t* src, int fmt, int w, Rows& s, int i) {
+    const PackedOrder o = OrderOf(fmt);
+    uint8_t* byte[4];
+    byte[o.r] = s.r[i];
+    byte[o.g] = s.g[i];
+    byte[o.b] = s.b_[i];
+    if (o.bpp == 3) {
+        libyuv::SplitRGBPlane(src, 0, byte[0], 0, byte[1], 0, byte[2], 0, w, 1);
+        s.has_alpha = false;
+        return;
     }
+    byte[o.a] = s.a[i];
+    // libyuv's split takes its planes as (byte 2, byte 1, byte 0, byte 3).
+    libyuv::SplitARGBPlane(src, 0, byte[2], 0, byte[1], 0, byte[0], 0, byte[3], 0, w, 1);
+    s.has_alpha = true;
+}
+
+void MergePacked(const Rows& s, int i, int fmt, int w, uint8_t* dst) {
+    const PackedOrder o = OrderOf(fmt);
+    const uint8_t* byte[4];
+    byte[o.r] = s.r[i];
+    byte[o.g] = s.g[i];
+    byte[o.b] = s.b_[i];
+    if (o.bpp == 3) {
+        libyuv::MergeRGBPlane(byte[0], 0, byte[1], 0, byte[2], 0, dst, 0, w, 1);
+        return;
+    }
+    byte[o.a] = s.has_alpha ? s.a[i] : s.opaque;
+    libyuv::MergeARGBPlane(byte[2], 0, byte[1], 0, byte[0], 0, byte[3], 0, dst, 0, w, 1);
+}
+
+// Rows [r0, r0 + n) of any picture into planar RGB.
+void ToPlanar(const Img& src, int r0, int n, const DecCoef& k, Rows& s) {
+    if (IsYuv(src.fmt)) {
+        DecodeRows(PlanesOf(src), src.w, r0, n, k, s);
+        return;
+    }
+    for (int i = 0; i < n; ++i) {
+        SplitPacked(src.p[0] + static_cast<ptrdiff_t>(r0 + i) * src.s[0], src.fmt, src.w, s, i);
+    }
+}
+
+void FromPlanar(Rows& s, int r0, int n, const EncCoef& k, const Img& dst) {
+    if (IsYuv(dst.fmt)) {
+        EncodeRows(s, dst.w, r0, n, k, PlanesOf(dst), s);
+        return;
+    }
+    for (int i = 0; i < n; ++i) {
+        MergePacked(s, i, dst.fmt, dst.w, dst.p[0] + static_cast<ptrdiff_t>(r0 + i) * dst.s[0]);
+    }
+}
+
+int Planar(const Img& src, const Img& dst, PixelStage* stage, bool dither) {
+    Rows s(src.w, dither);
+    if (!s.ok()) return ZOCA_ERR_DESTINATION;
+    const DecCoef dk = MakeDecCoef(MatrixOf(src.cs));
+    const EncCoef ek = MakeEncCoef(MatrixOf(dst.cs));
+    for (int r0 = 0; r0 < src.h; r0 += 2) {
+        const int n = std::min(2, src.h - r0);
+        ToPlanar(src, r0, n, dk, s);
+        if (stage != nullptr) {
+            for (int i = 0; i < n; ++i) stage->Run(s.r[i], s.g[i], s.b_[i], src.w);
+        }
+        FromPlanar(s, r0, n, ek, dst);
+    }
+    return ZOCA_OK;
 }
 
 // libyuv's SIMD paths where it has one for the pair. libyuv names packed formats by a
@@ -217,102 +449,6 @@ bool DecodeLibyuv(const Img& src, const Img& dst) {
     }
 }
 
-// ---- packed RGB -> YUV 4:2:0 ----
-
-struct EncCoef {
-    int32_t yr, yg, yb, yoff;
-    int32_t ur, ug, ub, vr, vg, vb;
-};
-
-// Luma at 16 fraction bits per pixel; chroma at 16 bits applied to the sum of a 2x2
-// block, so its results carry 18 fraction bits.
-EncCoef MakeEncCoef(const Matrix& m) {
-    const double yr = m.full ? 255.0 : 219.0;
-    const double cr = m.full ? 255.0 : 224.0;
-    const double kg = 1.0 - m.kr - m.kb;
-    const double one = 65536.0;
-    auto q = [](double v) { return static_cast<int32_t>(std::lround(v)); };
-    EncCoef k;
-    k.yr = q(m.kr * yr / 255.0 * one);
-    k.yg = q(kg * yr / 255.0 * one);
-    k.yb = q(m.kb * yr / 255.0 * one);
-    k.yoff = m.full ? 0 : 16;
-    const double su = cr / 255.0 / (2 * (1 - m.kb)) * one;
-    const double sv = cr / 255.0 / (2 * (1 - m.kr)) * one;
-    k.ur = q(-m.kr * su);
-    k.ug = q(-kg * su);
-    k.ub = q((1 - m.kb) * su);
-    k.vr = q((1 - m.kr) * sv);
-    k.vg = q(-kg * sv);
-    k.vb = q(-m.kb * sv);
-    return k;
-}
-
-template <int BPP, int RO, int GO, int BO>
-void EncodeLumaRow(const uint8_t* s, uint8_t* y, int w, const EncCoef& k, const int32_t bias[4]) {
-    const int32_t off = k.yoff << 16;
-    for (int x = 0; x < w; ++x) {
-        const uint8_t* px = s + x * BPP;
-        const int32_t v = off + k.yr * px[RO] + k.yg * px[GO] + k.yb * px[BO] + bias[x & 3];
-        y[x] = Clamp255(v >> 16);
-    }
-}
-
-// s0 and s1 are the two source rows of one chroma row (the same row at an odd bottom
-// edge); an odd right edge repeats its last pixel.
-template <int BPP, int RO, int GO, int BO>
-void EncodeChromaRow(const uint8_t* s0, const uint8_t* s1, uint8_t* u, uint8_t* v, int cstep,
-                     int w, const EncCoef& k, const int32_t bias[4]) {
-    const int cw = (w + 1) / 2;
-    const int32_t off = 128 << 18;
-    for (int cx = 0; cx < cw; ++cx) {
-        const int x0 = 2 * cx * BPP;
-        const int x1 = std::min(2 * cx + 1, w - 1) * BPP;
-        const int32_t r = s0[x0 + RO] + s0[x1 + RO] + s1[x0 + RO] + s1[x1 + RO];
-        const int32_t g = s0[x0 + GO] + s0[x1 + GO] + s1[x0 + GO] + s1[x1 + GO];
-        const int32_t b = s0[x0 + BO] + s0[x1 + BO] + s1[x0 + BO] + s1[x1 + BO];
-        const int32_t d = bias[cx & 3];
-        u[cx * cstep] = Clamp255((off + k.ur * r + k.ug * g + k.ub * b + d) >> 18);
-        v[cx * cstep] = Clamp255((off + k.vr * r + k.vg * g + k.vb * b + d) >> 18);
-    }
-}
-
-template <int BPP, int RO, int GO, int BO>
-void EncodeOwnT(const Img& src, const Img& dst, bool dither) {
-    const EncCoef k = MakeEncCoef(MatrixOf(dst.cs));
-    const YuvPlanes yp = PlanesOf(dst);
-    int32_t bias[4];
-    for (int r = 0; r < src.h; ++r) {
-        RoundingRow(dither, r, 16, bias);
-        EncodeLumaRow<BPP, RO, GO, BO>(src.p[0] + static_cast<ptrdiff_t>(r) * src.s[0],
-                                       yp.y + static_cast<ptrdiff_t>(r) * yp.sy, src.w, k, bias);
-    }
-    for (int cr = 0; cr < (src.h + 1) / 2; ++cr) {
-        RoundingRow(dither, cr, 18, bias);
-        const int r0 = 2 * cr;
-        const int r1 = std::min(r0 + 1, src.h - 1);
-        EncodeChromaRow<BPP, RO, GO, BO>(src.p[0] + static_cast<ptrdiff_t>(r0) * src.s[0],
-                                         src.p[0] + static_cast<ptrdiff_t>(r1) * src.s[0],
-                                         yp.u + static_cast<ptrdiff_t>(cr) * yp.su,
-                                         yp.v + static_cast<ptrdiff_t>(cr) * yp.sv, yp.cstep,
-                                         src.w, k, bias);
-    }
-}
-
-void EncodeOwn(const Img& src, const Img& dst, bool dither) {
-    switch (src.fmt) {
-        case ZOCA_CF_RGB:
-            return EncodeOwnT<3, 0, 1, 2>(src, dst, dither);
-        case ZOCA_CF_BGR:
-            return EncodeOwnT<3, 2, 1, 0>(src, dst, dither);
-        case ZOCA_CF_RGBA:
-            return EncodeOwnT<4, 0, 1, 2>(src, dst, dither);
-        case ZOCA_CF_BGRA:
-            return EncodeOwnT<4, 2, 1, 0>(src, dst, dither);
-        default:
-            return EncodeOwnT<4, 1, 2, 3>(src, dst, dither);
-    }
-}
 
 // libyuv has RGB -> YUV only for the BT.601 matrix (limited, and full for I420).
 bool EncodeLibyuv(const Img& src, const Img& dst) {
@@ -454,16 +590,6 @@ bool ShufflePacked(const Img& src, const Img& dst) {
 
 }  // namespace
 
-Img SubRows(const Img& img, int r0, int rows) {
-    Img out = img;
-    out.h = rows;
-    for (int p = 0; p < PlaneCount(img.fmt); ++p) {
-        const int pr = p == 0 ? r0 : r0 / 2;
-        out.p[p] = img.p[p] + static_cast<ptrdiff_t>(pr) * img.s[p];
-    }
-    return out;
-}
-
 int Convert(const Img& src, const Img& dst, bool dither) {
     const bool src_yuv = IsYuv(src.fmt);
     const bool dst_yuv = IsYuv(dst.fmt);
@@ -472,39 +598,22 @@ int Convert(const Img& src, const Img& dst, bool dither) {
             Repack(src, dst);
             return ZOCA_OK;
         }
-        return ConvertThrough(src, dst, nullptr, dither);
+        return Planar(src, dst, nullptr, dither);
     }
     if (src_yuv) {
         if (!dither && DecodeLibyuv(src, dst)) return ZOCA_OK;
-        DecodeOwn(src, dst, dither);
-        return ZOCA_OK;
+        return Planar(src, dst, nullptr, dither);
     }
     if (dst_yuv) {
         if (!dither && EncodeLibyuv(src, dst)) return ZOCA_OK;
-        EncodeOwn(src, dst, dither);
-        return ZOCA_OK;
+        return Planar(src, dst, nullptr, dither);
     }
     if (ShufflePacked(src, dst)) return ZOCA_OK;
-    return ConvertThrough(src, dst, nullptr, dither);
+    return Planar(src, dst, nullptr, false);
 }
 
-int ConvertThrough(const Img& src, const Img& dst, const PixelStage* stage, bool dither) {
-    // A B,G,R,A destination is its own strip buffer.
-    const bool direct = dst.fmt == ZOCA_CF_BGRA;
-    OwnedImg strip;
-    if (!direct) {
-        strip = MakeImage(ZOCA_CF_BGRA, src.w, std::min(kStripRows, src.h), dst.cs);
-        if (!strip.mem) return ZOCA_ERR_DESTINATION;
-    }
-    for (int r0 = 0; r0 < src.h; r0 += kStripRows) {
-        const int rows = std::min(kStripRows, src.h - r0);
-        const Img out = SubRows(dst, r0, rows);
-        const Img hub = direct ? out : SubRows(strip.img, 0, rows);
-        Convert(SubRows(src, r0, rows), hub, dither);
-        if (stage != nullptr) stage->Run(hub.p[0], hub.s[0], hub.w, rows);
-        if (!direct) Convert(hub, out, dither);
-    }
-    return ZOCA_OK;
+int ConvertThrough(const Img& src, const Img& dst, PixelStage* stage, bool dither) {
+    return Planar(src, dst, stage, dither);
 }
 
 }  // namespace zoca

@@ -8,11 +8,11 @@
 
 namespace zoca {
 
-// Work applied to rows of B,G,R,A pixels between decoding and encoding.
+// Work applied to one row of planar R, G, B samples between decoding and encoding.
 class PixelStage {
 public:
     virtual ~PixelStage() = default;
-    virtual void Run(uint8_t* bgra, int stride, int width, int rows) const = 0;
+    virtual void Run(uint8_t* r, uint8_t* g, uint8_t* b, int width) = 0;
 };
 
 // Converts src into dst (same width and height). A YUV side uses its own record's
@@ -20,11 +20,8 @@ public:
 // Returns a ZOCA_* code (only allocation can fail).
 int Convert(const Img& src, const Img& dst, bool dither);
 
-// Decodes src to B,G,R,A strips, runs stage on them, encodes into dst.
-int ConvertThrough(const Img& src, const Img& dst, const PixelStage* stage, bool dither);
-
-// Rows [r0, r0 + rows) of img; r0 must be even for 4:2:0 formats.
-Img SubRows(const Img& img, int r0, int rows);
+// Decodes src row by row to planar RGB, runs stage on each row, encodes into dst.
+int ConvertThrough(const Img& src, const Img& dst, PixelStage* stage, bool dither);
 
 }  // namespace zoca
 
