@@ -24,10 +24,10 @@ struct GeometryCase {
     const char* name;
     int colorFormat, cols, rows;
     Extras extras;
+    int stride, scanlines, size;
     int dataType = DATA_TYPE_U8;
     int channels = -1;         // -1: the colour format's default
     float bytesPerPixel = -1;  // -1: the colour format's default
-    int stride, scanlines, size;
 };
 
 void PrintTo(const GeometryCase& c, std::ostream* os) {
@@ -52,91 +52,33 @@ TEST_P(GeometryTest, StrideScanlinesAndSize) {
     EXPECT_EQ(buffer->getSize(), c.size);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Buffer, GeometryTest,
-    ::testing::Values(
-        // The stride extra is in pixels; the stride is in elements.
-        GeometryCase{"stride_extra_times_channels",
-                     COLOR_FORMAT_RGB,
-                     1080,
-                     4,
-                     {{"stride", 1920}},
-                     DATA_TYPE_U8,
-                     -1,
-                     -1,
-                     5760,
-                     4,
-                     23040},
-        GeometryCase{"rgba_odd_stride_extra",
-                     COLOR_FORMAT_RGBA,
-                     7,
-                     5,
-                     {{"stride", 9}},
-                     DATA_TYPE_U8,
-                     -1,
-                     -1,
-                     36,
-                     5,
-                     180},
-        GeometryCase{"nv12_scanlines_extra",
-                     COLOR_FORMAT_NV12,
-                     1920,
-                     1080,
-                     {{"scan-lines", 1088}},
-                     DATA_TYPE_U8,
-                     -1,
-                     -1,
-                     1920,
-                     1088,
-                     3133440},
-        // The extra wins even when it is below the rows.
-        GeometryCase{"scanlines_extra_below_rows",
-                     COLOR_FORMAT_RGB,
-                     4,
-                     10,
-                     {{"scan-lines", 6}},
-                     DATA_TYPE_U8,
-                     -1,
-                     -1,
-                     12,
-                     6,
-                     72},
-        GeometryCase{
-            "nv12_odd_truncates", COLOR_FORMAT_NV12, 33, 17, {}, DATA_TYPE_U8, -1, -1, 33, 17, 841},
-        // The product is rounded to float before the multiplication.
-        GeometryCase{"nv12_float_product",
-                     COLOR_FORMAT_NV12,
-                     4097,
-                     4097,
-                     {},
-                     DATA_TYPE_U8,
-                     -1,
-                     -1,
-                     4097,
-                     4097,
-                     25178112},
-        // Multi-plane formats ignore the element type.
-        GeometryCase{"p010_bytes_per_pixel", COLOR_FORMAT_P010, 64, 2, {}, 15, -1, -1, 64, 2, 384},
-        GeometryCase{"vendor_bytes_per_pixel",
-                     COLOR_FORMAT_VENDOR_SPECIFIED,
-                     10,
-                     10,
-                     {},
-                     DATA_TYPE_U8,
-                     1,
-                     2.0f,
-                     10,
-                     10,
-                     200},
-        GeometryCase{
-            "rgb_depth_0", COLOR_FORMAT_RGB, 33, 17, {}, DATA_TYPE_U8, -1, -1, 99, 17, 1683},
-        GeometryCase{"gray_u16", COLOR_FORMAT_GRAY, 10, 3, {}, DATA_TYPE_U16, -1, -1, 10, 3, 60},
-        GeometryCase{"rgba_f32", COLOR_FORMAT_RGBA, 5, 2, {}, DATA_TYPE_F32, -1, -1, 20, 2, 160},
-        // Only the low four bits of the data type are the depth code.
-        GeometryCase{"depth_in_low_bits", COLOR_FORMAT_GRAY, 10, 3, {}, 0x1A, -1, -1, 10, 3, 240},
-        GeometryCase{"depth_11_has_no_size", COLOR_FORMAT_GRAY, 10, 3, {}, 11, -1, -1, 10, 3, 0},
-        GeometryCase{"depth_15_has_no_size", COLOR_FORMAT_RGB, 10, 3, {}, 15, -1, -1, 30, 3, 0}),
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Buffer, GeometryTest, ::testing::Values(
+    // The stride extra is in pixels; the stride is in elements.
+    GeometryCase{"stride_extra_times_channels", COLOR_FORMAT_RGB, 1080, 4, {{"stride", 1920}},
+                 5760, 4, 23040},
+    GeometryCase{"rgba_odd_stride_extra", COLOR_FORMAT_RGBA, 7, 5, {{"stride", 9}}, 36, 5, 180},
+    GeometryCase{"nv12_scanlines_extra", COLOR_FORMAT_NV12, 1920, 1080, {{"scan-lines", 1088}},
+                 1920, 1088, 3133440},
+    // The extra wins even when it is below the rows.
+    GeometryCase{"scanlines_extra_below_rows", COLOR_FORMAT_RGB, 4, 10, {{"scan-lines", 6}},
+                 12, 6, 72},
+    GeometryCase{"nv12_odd_truncates", COLOR_FORMAT_NV12, 33, 17, {}, 33, 17, 841},
+    // The product is rounded to float before the multiplication.
+    GeometryCase{"nv12_float_product", COLOR_FORMAT_NV12, 4097, 4097, {}, 4097, 4097, 25178112},
+    // Multi-plane formats ignore the element type.
+    GeometryCase{"p010_bytes_per_pixel", COLOR_FORMAT_P010, 64, 2, {}, 64, 2, 384, 15},
+    GeometryCase{"vendor_bytes_per_pixel", COLOR_FORMAT_VENDOR_SPECIFIED, 10, 10, {}, 10, 10, 200,
+                 DATA_TYPE_U8, 1, 2.0f},
+    GeometryCase{"rgb_depth_0", COLOR_FORMAT_RGB, 33, 17, {}, 99, 17, 1683},
+    GeometryCase{"gray_u16", COLOR_FORMAT_GRAY, 10, 3, {}, 10, 3, 60, DATA_TYPE_U16},
+    GeometryCase{"rgba_f32", COLOR_FORMAT_RGBA, 5, 2, {}, 20, 2, 160, DATA_TYPE_F32},
+    // Only the low four bits of the data type are the depth code.
+    GeometryCase{"depth_in_low_bits", COLOR_FORMAT_GRAY, 10, 3, {}, 10, 3, 240, 0x1A},
+    GeometryCase{"depth_11_has_no_size", COLOR_FORMAT_GRAY, 10, 3, {}, 10, 3, 0, 11},
+    GeometryCase{"depth_15_has_no_size", COLOR_FORMAT_RGB, 10, 3, {}, 30, 3, 0, 15}),
     [](const auto& info) { return std::string(info.param.name); });
+// clang-format on
 
 // Stride and scan-lines start from the buffer's own rows and columns.
 class ReshapedBuffer : public PointerBuffer {
@@ -419,9 +361,7 @@ TEST(OutputSlot, EmptyUntilPutThenPresentsTheBuffer) {
     std::shared_ptr<MediaBuffer> slot = OutputSlot::create(wish);
     EXPECT_TRUE(slot->isMutable());
     EXPECT_TRUE(slot->isEmpty());
-    EXPECT_FALSE(slot->isNotEmpty());
-    EXPECT_EQ(slot->getFormat()->getColorFormat(), COLOR_FORMAT_RGBA);
-    EXPECT_EQ(slot->getStride(), 32);
+    EXPECT_EQ(slot->getStride(), 32);  // the wished format's
 
     PlaceHolder<MediaBuffer>& holder = *slot;
     EXPECT_EQ(&holder, &static_cast<PlaceHolder<MediaBuffer>&>(*slot));
@@ -433,10 +373,7 @@ TEST(OutputSlot, EmptyUntilPutThenPresentsTheBuffer) {
     EXPECT_TRUE(slot->isMutable());
     EXPECT_FALSE(slot->isEmpty());
     EXPECT_EQ(slot->getDataPtr(), data);
-    EXPECT_EQ(slot->getDirectData(), data);
     EXPECT_EQ(slot->getSize(), 128);
-    ASSERT_NE(holder.get(), nullptr);
-    EXPECT_EQ(holder.get()->getDataPtr(), data);
 }
 
 TEST(Memory, AllocatedBuffersAreAlignedZeroedAndOwned) {
@@ -455,17 +392,6 @@ TEST(Memory, AllocatedBuffersAreAlignedZeroedAndOwned) {
         for (int i = 0; i < size; ++i) nonZero += buffer->data()[i] != 0;
         EXPECT_EQ(nonZero, 0);
     }
-}
-
-TEST(Memory, WrappedMemoryStaysTheCallers) {
-    std::vector<unsigned char> pixels(12, 7);
-    {
-        auto buffer = CpuMediaBuffer::wrap(imageFormat(COLOR_FORMAT_RGB, 2, 2), pixels.data());
-        EXPECT_FALSE(buffer->isOwned());
-        EXPECT_EQ(buffer->getDirectData(), pixels.data());
-        EXPECT_EQ(buffer->getDataPtr(), pixels.data());
-    }
-    EXPECT_EQ(pixels[11], 7);  // not freed: the sanitizer would report the bad free
 }
 
 }  // namespace
