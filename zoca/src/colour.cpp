@@ -148,6 +148,9 @@ const TransferTables& TablesOf(Transfer t) {
 // Linear RGB -> destination primaries, then colours outside [0, 1] move toward their
 // own luminance (kept, clipped to [0, 1]) just far enough to fit: hue and brightness
 // survive, only saturation is given up.
+struct GamutMapper;
+void MapGamutRow(const GamutMapper& gm, float* r, float* g, float* b, int w);
+
 struct GamutMapper {
     float m[9];
     float wr, wg, wb;  // luminance of each destination primary
@@ -161,40 +164,62 @@ struct GamutMapper {
         wb = static_cast<float>(to_xyz.m[5]);
     }
 
-    // Branch-free so the loop vectorises: inside the gamut both limits work out to
-    // t >= 1 and the colour passes unchanged.
-    void MapRow(float* r, float* g, float* b, int w) const {
-        constexpr float kTiny = 1e-6f;
-        for (int x = 0; x < w; ++x) {
-            const float r2 = m[0] * r[x] + m[1] * g[x] + m[2] * b[x];
-            const float g2 = m[3] * r[x] + m[4] * g[x] + m[5] * b[x];
-            const float b2 = m[6] * r[x] + m[7] * g[x] + m[8] * b[x];
-            const float hi = std::max(r2, std::max(g2, b2));
-            const float lo = std::min(r2, std::min(g2, b2));
-            const float l = std::min(std::max(wr * r2 + wg * g2 + wb * b2, 0.0f), 1.0f);
-            const float t_hi = (1.0f - l) / std::max(hi - l, kTiny);
-            const float t_lo = l / std::max(l - lo, kTiny);
-            const float t = std::min(1.0f, std::min(t_hi, t_lo));
-            r[x] = l + t * (r2 - l);
-            g[x] = l + t * (g2 - l);
-            b[x] = l + t * (b2 - l);
-        }
-    }
+    void MapRow(float* r, float* g, float* b, int w) const { MapGamutRow(*this, r, g, b, w); }
 };
 
-// Table indices of a row of linear values (vectorised), then the lookups.
-void LinearIndices(const float* v, int32_t* idx, int w) {
+inline float Max(float a, float b) { return a > b ? a : b; }
+inline float Min(float a, float b) { return a < b ? a : b; }
+
+// Branch-free so the loop vectorises: inside the gamut both limits work out to t >= 1
+// and the colour passes unchanged.
+ZOCA_HOT void MapGamutRow(const GamutMapper& gm, float* __restrict r, float* __restrict g,
+                          float* __restrict b, int w) {
+    const float m0 = gm.m[0], m1 = gm.m[1], m2 = gm.m[2], m3 = gm.m[3], m4 = gm.m[4];
+    const float m5 = gm.m[5], m6 = gm.m[6], m7 = gm.m[7], m8 = gm.m[8];
+    const float wr = gm.wr, wg = gm.wg, wb = gm.wb;
+    constexpr float kTiny = 1e-6f;
     for (int x = 0; x < w; ++x) {
-        const float c = std::min(std::max(v[x], 0.0f), 1.0f);
-        uint32_t bits;
-        std::memcpy(&bits, &c, sizeof(bits));
-        idx[x] = std::max(static_cast<int32_t>(bits >> (23 - kStepBits)) - kIndexBase, 0);
+        const float r2 = m0 * r[x] + m1 * g[x] + m2 * b[x];
+        const float g2 = m3 * r[x] + m4 * g[x] + m5 * b[x];
+        const float b2 = m6 * r[x] + m7 * g[x] + m8 * b[x];
+        const float hi = Max(r2, Max(g2, b2));
+        const float lo = Min(r2, Min(g2, b2));
+        const float l = Min(Max(wr * r2 + wg * g2 + wb * b2, 0.0f), 1.0f);
+        const float t_hi = (1.0f - l) / Max(hi - l, kTiny);
+        const float t_lo = l / Max(l - lo, kTiny);
+        const float t = Min(1.0f, Min(t_hi, t_lo));
+        r[x] = l + t * (r2 - l);
+        g[x] = l + t * (g2 - l);
+        b[x] = l + t * (b2 - l);
     }
 }
 
-void EncodeRow(const uint8_t* table, const float* v, int32_t* idx, uint8_t* out, int w) {
+// Table indices of a row of linear values (vectorised), then the lookups.
+ZOCA_HOT void LinearIndices(const float* __restrict v, int32_t* __restrict idx, int w) {
+    for (int x = 0; x < w; ++x) {
+        const float c = Min(Max(v[x], 0.0f), 1.0f);
+        uint32_t bits;
+        std::memcpy(&bits, &c, sizeof(bits));
+        const int32_t i = static_cast<int32_t>(bits >> (23 - kStepBits)) - kIndexBase;
+        idx[x] = i > 0 ? i : 0;
+    }
+}
+
+void EncodeRow(const uint8_t* __restrict table, const float* v, int32_t* __restrict idx,
+               uint8_t* __restrict out, int w) {
     LinearIndices(v, idx, w);
     for (int x = 0; x < w; ++x) out[x] = table[idx[x]];
+}
+
+// Three 8-bit rows through one table of floats.
+ZOCA_HOT void DecodeRow3(const float* __restrict table, const uint8_t* __restrict r,
+                         const uint8_t* __restrict g, const uint8_t* __restrict b,
+                         float* __restrict fr, float* __restrict fg, float* __restrict fb, int w) {
+    for (int x = 0; x < w; ++x) {
+        fr[x] = table[r[x]];
+        fg[x] = table[g[x]];
+        fb[x] = table[b[x]];
+    }
 }
 
 // Per-call float rows for the stages (a stage object lives for one call).
@@ -225,11 +250,7 @@ public:
         float* fr = f_.r.data();
         float* fg = f_.g.data();
         float* fb = f_.b.data();
-        for (int x = 0; x < w; ++x) {
-            fr[x] = in_.decode[r[x]];
-            fg[x] = in_.decode[g[x]];
-            fb[x] = in_.decode[b[x]];
-        }
+        DecodeRow3(in_.decode, r, g, b, fr, fg, fb, w);
         map_.MapRow(fr, fg, fb, w);
         EncodeRow(out_.encode, fr, f_.idx.data(), r, w);
         EncodeRow(out_.encode, fg, f_.idx.data(), g, w);

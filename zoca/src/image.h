@@ -9,6 +9,13 @@
 
 #include "zoca/zoca.h"
 
+// The hot loops get an AVX2 build beside the baseline one, picked at load time.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#define ZOCA_HOT __attribute__((target_clones("avx2", "default")))
+#else
+#define ZOCA_HOT
+#endif
+
 namespace zoca {
 
 enum class Layout { I420, NV12, NV21, Packed };
