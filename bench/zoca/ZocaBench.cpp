@@ -68,8 +68,12 @@ struct Frame {
     int h() const { return rec.height[0]; }
 };
 
-int W(const benchmark::State& st) { return static_cast<int>(st.range(0)); }
-int H(const benchmark::State& st) { return static_cast<int>(st.range(1)); }
+int W(const benchmark::State& st) {
+    return static_cast<int>(st.range(0));
+}
+int H(const benchmark::State& st) {
+    return static_cast<int>(st.range(1));
+}
 
 void Sizes(benchmark::internal::Benchmark* b) {
     b->Args({1920, 1080})->Args({3840, 2160})->Unit(benchmark::kMillisecond);

@@ -8,13 +8,19 @@ using namespace zt;
 
 namespace {
 
-double Gamma24(double v) { return std::pow(v, 2.4); }
-double Gamma24Inv(double l) { return std::pow(std::min(std::max(l, 0.0), 1.0), 1 / 2.4); }
-double SrgbDecode(double v) { return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4); }
+double Gamma24(double v) {
+    return std::pow(v, 2.4);
+}
+double Gamma24Inv(double l) {
+    return std::pow(std::min(std::max(l, 0.0), 1.0), 1 / 2.4);
+}
+double SrgbDecode(double v) {
+    return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
+}
 
 // BT.2087: linear BT.709 RGB -> linear BT.2020 RGB.
-const double k709To2020[9] = {0.6274, 0.3293, 0.0433, 0.0691, 0.9195, 0.0114,
-                              0.0164, 0.0880, 0.8956};
+const double k709To2020[9] = {0.6274, 0.3293, 0.0433, 0.0691, 0.9195,
+                              0.0114, 0.0164, 0.0880, 0.8956};
 
 TEST(Gamut, GreysKeepTheirCodeWhenTheTransferIsShared) {
     const std::pair<int, int> pairs[] = {{10, 20}, {20, 10}, {0, 21}, {11, 1}};
@@ -120,9 +126,9 @@ TEST(Gamut, YuvRecordsUseTheirOwnMatrix) {
     Rgb wide;
     int* out[3] = {&wide.r, &wide.g, &wide.b};
     for (int r = 0; r < 3; ++r) {
-        *out[r] = static_cast<int>(std::lround(
-            255 * Gamma24Inv(k709To2020[3 * r] * lin[0] + k709To2020[3 * r + 1] * lin[1] +
-                             k709To2020[3 * r + 2] * lin[2])));
+        *out[r] = static_cast<int>(std::lround(255 * Gamma24Inv(k709To2020[3 * r] * lin[0] +
+                                                                k709To2020[3 * r + 1] * lin[1] +
+                                                                k709To2020[3 * r + 2] * lin[2])));
     }
     const Yuv want = RgbToYuvRef(wide, ZOCA_CS_BT2020_FULL);
     EXPECT_NEAR(dst.Y(6, 4), want.y, 2.5);

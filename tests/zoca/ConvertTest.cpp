@@ -22,7 +22,8 @@ std::string Label(int src_fmt, int dst_fmt, int cs) {
 void FillColourColumnsYuv(TestImage& img, int cs) {
     img.FillYuv(
         [&](int x, int, uint8_t& y) {
-            y = static_cast<uint8_t>(std::lround(RgbToYuvRef(kColours[x / 2 % kColourCount], cs).y));
+            y = static_cast<uint8_t>(
+                std::lround(RgbToYuvRef(kColours[x / 2 % kColourCount], cs).y));
         },
         [&](int cx, int, uint8_t& u, uint8_t& v) {
             const Yuv q = RgbToYuvRef(kColours[cx % kColourCount], cs);
@@ -43,8 +44,8 @@ TEST(ConvertColours, YuvToRgbFollowsEachMatrix) {
                     ASSERT_EQ(fn(src.r(), dst.r()), ZOCA_OK);
                     for (int y = 0; y < 4; ++y) {
                         for (int x = 0; x < src.w(); ++x) {
-                            const RgbF want =
-                                YuvToRgbRef(src.Y(x, y), src.U(x / 2, y / 2), src.V(x / 2, y / 2), cs);
+                            const RgbF want = YuvToRgbRef(src.Y(x, y), src.U(x / 2, y / 2),
+                                                          src.V(x / 2, y / 2), cs);
                             const Rgb got = dst.GetRgb(x, y);
                             ASSERT_NEAR(got.r, want.r, 3.0) << x << "," << y;
                             ASSERT_NEAR(got.g, want.g, 3.0) << x << "," << y;
@@ -93,8 +94,9 @@ TEST(ConvertColours, RangeOfFullAndLimitedCodes) {
         SCOPED_TRACE(cs);
         const bool full = RefOf(cs).full;
         TestImage src(ZOCA_CF_NV12, 4, 2, cs);
-        src.FillYuv([&](int x, int, uint8_t& y) { y = x < 2 ? (full ? 0 : 16) : (full ? 255 : 235); },
-                    [](int, int, uint8_t& u, uint8_t& v) { u = v = 128; });
+        src.FillYuv(
+            [&](int x, int, uint8_t& y) { y = x < 2 ? (full ? 0 : 16) : (full ? 255 : 235); },
+            [](int, int, uint8_t& u, uint8_t& v) { u = v = 128; });
         TestImage dst(ZOCA_CF_RGBA, 4, 2, cs);
         ASSERT_EQ(vexa_csc(src.r(), dst.r()), ZOCA_OK);
         EXPECT_LE(dst.GetRgb(0, 0).g, 1);
@@ -167,7 +169,8 @@ TEST(ConvertExact, PackedPairsMoveBytesOnly) {
                         ASSERT_EQ(a.g, b.g);
                         ASSERT_EQ(a.b, b.b);
                         if (dst.Alpha(x, y) >= 0) {
-                            ASSERT_EQ(dst.Alpha(x, y), src.Alpha(x, y) >= 0 ? src.Alpha(x, y) : 255);
+                            ASSERT_EQ(dst.Alpha(x, y),
+                                      src.Alpha(x, y) >= 0 ? src.Alpha(x, y) : 255);
                         }
                     }
                 }

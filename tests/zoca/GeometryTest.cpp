@@ -9,7 +9,9 @@ using namespace zt;
 
 namespace {
 
-bool Swaps(int code) { return code == ZOCA_ROT_90 || code == ZOCA_ROT_270; }
+bool Swaps(int code) {
+    return code == ZOCA_ROT_90 || code == ZOCA_ROT_270;
+}
 
 // Bytes per sample unit of plane p (a pixel, or a Cb,Cr pair in NV12/NV21).
 int UnitBytes(int fmt, int p) {
@@ -44,8 +46,8 @@ void ExpectTurned(TestImage& src, int code, TestImage& dst) {
         for (int dy = 0; dy < dst.rec.height[p]; ++dy) {
             for (int dx = 0; dx < dst.rec.width[p]; ++dx) {
                 const auto s = SourceOf(code, dx, dy, pw, ph);
-                ASSERT_EQ(0, std::memcmp(dst.Row(p, dy) + dx * ub, src.Row(p, s.second) + s.first * ub,
-                                         ub))
+                ASSERT_EQ(0, std::memcmp(dst.Row(p, dy) + dx * ub,
+                                         src.Row(p, s.second) + s.first * ub, ub))
                     << "plane " << p << " at " << dx << "," << dy;
             }
         }
@@ -302,8 +304,8 @@ TEST(Crop, CopiesTheRegionByteForByte) {
     struct Region {
         int x, y, w, h;
     };
-    const Region regions[] = {{0, 0, 45, 29}, {4, 6, 20, 10}, {3, 5, 17, 9}, {44, 28, 1, 1},
-                              {1, 0, 44, 29}};
+    const Region regions[] = {
+        {0, 0, 45, 29}, {4, 6, 20, 10}, {3, 5, 17, 9}, {44, 28, 1, 1}, {1, 0, 44, 29}};
     for (int fmt : kAllFormats) {
         for (const Region& rg : regions) {
             SCOPED_TRACE(FormatName(fmt) + " at " + std::to_string(rg.x) + "," +
@@ -317,7 +319,8 @@ TEST(Crop, CopiesTheRegionByteForByte) {
             ASSERT_EQ(vexa_crop(src.r(), dst.r()), ZOCA_OK);
             const int ub = Bpp(fmt);
             for (int y = 0; y < rg.h; ++y) {
-                ASSERT_EQ(0, std::memcmp(dst.Row(0, y), src.Row(0, rg.y + y) + rg.x * ub, rg.w * ub))
+                ASSERT_EQ(0,
+                          std::memcmp(dst.Row(0, y), src.Row(0, rg.y + y) + rg.x * ub, rg.w * ub))
                     << "row " << y;
             }
             // 4:2:0 chroma comes from (x / 2, y / 2): the sample that covers the
@@ -325,8 +328,9 @@ TEST(Crop, CopiesTheRegionByteForByte) {
             for (int p = 1; p < src.planes(); ++p) {
                 const int cub = UnitBytes(fmt, p);
                 for (int y = 0; y < dst.rec.height[p]; ++y) {
-                    ASSERT_EQ(0, std::memcmp(dst.Row(p, y), src.Row(p, rg.y / 2 + y) + rg.x / 2 * cub,
-                                             dst.rec.width[p] * cub))
+                    ASSERT_EQ(0,
+                              std::memcmp(dst.Row(p, y), src.Row(p, rg.y / 2 + y) + rg.x / 2 * cub,
+                                          dst.rec.width[p] * cub))
                         << "plane " << p << " row " << y;
                 }
             }

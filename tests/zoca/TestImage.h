@@ -80,7 +80,7 @@ struct Rgb {
 };
 
 class TestImage {
-public:
+  public:
     // pad: extra pixels per row beyond the width (the plugin's stride in pixels is w + pad).
     TestImage(int fmt, int w, int h, int cs = 0, int pad = 0) : fmt_(fmt), w_(w), h_(h) {
         std::memset(&rec, 0, sizeof(rec));
@@ -113,8 +113,8 @@ public:
             planes_ = 1;
         }
         for (int p = 0; p < planes_; ++p) {
-            const size_t size = static_cast<size_t>(rec.stride[p]) * (rec.height[p] - 1) +
-                                RowBytes(p);
+            const size_t size =
+                static_cast<size_t>(rec.stride[p]) * (rec.height[p] - 1) + RowBytes(p);
             mem_[p].assign(size, kSentinel);
             rec.addr[p] = reinterpret_cast<uintptr_t>(mem_[p].data());
         }
@@ -221,7 +221,7 @@ public:
 
     _ZOCA_IMGB rec;
 
-private:
+  private:
     int fmt_, w_, h_, planes_ = 0;
     std::vector<uint8_t> mem_[3];
 };
@@ -231,7 +231,8 @@ inline Rgb SmoothPattern(int x, int y, int w, int h) {
     const double fx = static_cast<double>(x) / std::max(w - 1, 1);
     const double fy = static_cast<double>(y) / std::max(h - 1, 1);
     const double wave = 0.5 + 0.5 * std::sin(6.0 * fx + 4.0 * fy);
-    return {static_cast<int>(std::lround(30 + 200 * fx)), static_cast<int>(std::lround(40 + 180 * fy)),
+    return {static_cast<int>(std::lround(30 + 200 * fx)),
+            static_cast<int>(std::lround(40 + 180 * fy)),
             static_cast<int>(std::lround(20 + 210 * wave))};
 }
 

@@ -171,7 +171,8 @@ TEST(Validation, PluginLayoutIsAccepted) {
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x) buf[static_cast<size_t>(y) * sp + x] = 200;
     for (int y = 0; y < (h + 1) / 2; ++y)
-        for (int x = 0; x < rec.stride[1]; ++x) buf[rec.addr[1] - rec.addr[0] + y * rec.stride[1] + x] = 128;
+        for (int x = 0; x < rec.stride[1]; ++x)
+            buf[rec.addr[1] - rec.addr[0] + y * rec.stride[1] + x] = 128;
 
     TestImage rgba(ZOCA_CF_RGBA, w, h, ZOCA_CS_BT601_FULL, 1);
     ASSERT_EQ(vexa_csc(&rec, rgba.r()), ZOCA_OK);

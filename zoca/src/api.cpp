@@ -29,7 +29,9 @@ int DestinationFits(const _ZOCA_IMGB* dst, const Img& s, const Img& d, int want_
     return ZOCA_OK;
 }
 
-bool ValidRotation(int code) { return code >= ZOCA_ROT_NONE && code <= ZOCA_ROT_MIRROR_V; }
+bool ValidRotation(int code) {
+    return code >= ZOCA_ROT_NONE && code <= ZOCA_ROT_MIRROR_V;
+}
 
 // Scale and change format in one call: the format change runs at the smaller of the
 // two sizes. With one format on both sides only the size changes, whatever the codes.
@@ -71,9 +73,13 @@ int vexa_rsz(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst) {
     return ResizeConvert(s, d);
 }
 
-int vexa_csc(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst) { return CscCommon(src, dst, false); }
+int vexa_csc(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst) {
+    return CscCommon(src, dst, false);
+}
 
-int vexa_csc_dither(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst) { return CscCommon(src, dst, true); }
+int vexa_csc_dither(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst) {
+    return CscCommon(src, dst, true);
+}
 
 int vexa_rot(const _ZOCA_IMGB* src, int rotation, _ZOCA_IMGB* dst) {
     Img s, d;

@@ -25,7 +25,9 @@ Primaries PrimariesOf(int cs) {
     }
 }
 
-Transfer TransferOf(int cs) { return cs == ZOCA_CS_DISPLAY_P3 ? Transfer::SRGB : Transfer::BT1886; }
+Transfer TransferOf(int cs) {
+    return cs == ZOCA_CS_DISPLAY_P3 ? Transfer::SRGB : Transfer::BT1886;
+}
 
 // ---- 3x3 matrices from CIE xy chromaticities, D65 white ----
 
@@ -93,9 +95,15 @@ Mat3 RgbToXyz(Primaries p) {
 
 // ---- transfer curves ----
 
-double Bt1886Eotf(double v) { return std::pow(v, 2.4); }
-double Bt1886Inverse(double l) { return std::pow(l, 1.0 / 2.4); }
-double SrgbEotf(double v) { return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4); }
+double Bt1886Eotf(double v) {
+    return std::pow(v, 2.4);
+}
+double Bt1886Inverse(double l) {
+    return std::pow(l, 1.0 / 2.4);
+}
+double SrgbEotf(double v) {
+    return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
+}
 double SrgbInverse(double l) {
     return l <= 0.0031308 ? 12.92 * l : 1.055 * std::pow(l, 1.0 / 2.4) - 0.055;
 }
@@ -112,8 +120,8 @@ constexpr int kIndexBase = (127 - kOctaves) << kStepBits;
 double IndexCentre(int i) {
     if (i == 0) return 0.0;
     if (i == kEncodeSize - 1) return 1.0;
-    const uint32_t bits = (static_cast<uint32_t>(i + kIndexBase) << (23 - kStepBits)) |
-                          (1u << (22 - kStepBits));
+    const uint32_t bits =
+        (static_cast<uint32_t>(i + kIndexBase) << (23 - kStepBits)) | (1u << (22 - kStepBits));
     float f;
     std::memcpy(&f, &bits, sizeof(f));
     return f;
@@ -167,8 +175,12 @@ struct GamutMapper {
     void MapRow(float* r, float* g, float* b, int w) const { MapGamutRow(*this, r, g, b, w); }
 };
 
-inline float Max(float a, float b) { return a > b ? a : b; }
-inline float Min(float a, float b) { return a < b ? a : b; }
+inline float Max(float a, float b) {
+    return a > b ? a : b;
+}
+inline float Min(float a, float b) {
+    return a < b ? a : b;
+}
 
 // Branch-free so the loop vectorises: inside the gamut both limits work out to t >= 1
 // and the colour passes unchanged.
@@ -238,7 +250,7 @@ struct FloatRows {
 };
 
 class GamutStage : public PixelStage {
-public:
+  public:
     GamutStage(int from_cs, int to_cs, int width)
         : in_(TablesOf(TransferOf(from_cs))),
           out_(TablesOf(TransferOf(to_cs))),
@@ -257,7 +269,7 @@ public:
         EncodeRow(out_.encode, fb, f_.idx.data(), b, w);
     }
 
-private:
+  private:
     const TransferTables& in_;
     const TransferTables& out_;
     GamutMapper map_;
@@ -305,7 +317,8 @@ double Eetf(double nits, double master, double target) {
         const double t = (e1 - ks) / (1.0 - ks);
         const double t2 = t * t;
         const double t3 = t2 * t;
-        e2 = (2 * t3 - 3 * t2 + 1) * ks + (t3 - 2 * t2 + t) * (1 - ks) + (-2 * t3 + 3 * t2) * max_lum;
+        e2 = (2 * t3 - 3 * t2 + 1) * ks + (t3 - 2 * t2 + t) * (1 - ks) +
+             (-2 * t3 + 3 * t2) * max_lum;
     }
     return PqEotf(e2 * src_max);
 }
@@ -387,7 +400,7 @@ const ToneTables& ToneTablesOf(int mode) {
 // The curve runs on the largest component and every component is scaled by the same
 // gain, so hue and saturation are kept while brightness is compressed.
 class ToneStage : public PixelStage {
-public:
+  public:
     ToneStage(int mode, int width)
         : t_(ToneTablesOf(mode)),
           out_(TablesOf(Transfer::BT1886)),
@@ -416,7 +429,7 @@ public:
         EncodeRow(out_.encode, fb, f_.idx.data(), b, w);
     }
 
-private:
+  private:
     void Hlg(const uint8_t* r, const uint8_t* g, const uint8_t* b, int w) {
         float* fr = f_.r.data();
         float* fg = f_.g.data();
@@ -434,7 +447,8 @@ private:
         LinearIndices(od, idx, w);
         for (int x = 0; x < w; ++x) od[x] = t_.ootf[idx[x]];
         for (int x = 0; x < w; ++x) {
-            const float top = od[x] * std::max(fr[x], std::max(fg[x], fb[x]));  // display max / peak
+            const float top =
+                od[x] * std::max(fr[x], std::max(fg[x], fb[x]));  // display max / peak
             idx[x] = static_cast<int32_t>(std::min(top, 1.0f) * kRatioSize + 0.5f);
         }
         for (int x = 0; x < w; ++x) {

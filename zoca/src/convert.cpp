@@ -23,24 +23,24 @@ struct Matrix {
 Matrix MatrixOf(int cs) {
     switch (cs) {
         case ZOCA_CS_BT601_FULL:
-            return {MatrixId::BT601, true, 0.299, 0.114, &libyuv::kYuvJPEGConstants,
+            return {MatrixId::BT601,           true, 0.299, 0.114, &libyuv::kYuvJPEGConstants,
                     &libyuv::kYvuJPEGConstants};
         case ZOCA_CS_BT709:
         case ZOCA_CS_DISPLAY_P3:
-            return {MatrixId::BT709, false, 0.2126, 0.0722, &libyuv::kYuvH709Constants,
+            return {MatrixId::BT709,           false, 0.2126, 0.0722, &libyuv::kYuvH709Constants,
                     &libyuv::kYvuH709Constants};
         case ZOCA_CS_BT709_FULL:
-            return {MatrixId::BT709, true, 0.2126, 0.0722, &libyuv::kYuvF709Constants,
+            return {MatrixId::BT709,           true, 0.2126, 0.0722, &libyuv::kYuvF709Constants,
                     &libyuv::kYvuF709Constants};
         case ZOCA_CS_BT2020:
-            return {MatrixId::BT2020, false, 0.2627, 0.0593, &libyuv::kYuv2020Constants,
+            return {MatrixId::BT2020,          false, 0.2627, 0.0593, &libyuv::kYuv2020Constants,
                     &libyuv::kYvu2020Constants};
         case ZOCA_CS_BT2020_FULL:
-            return {MatrixId::BT2020, true, 0.2627, 0.0593, &libyuv::kYuvV2020Constants,
+            return {MatrixId::BT2020,           true, 0.2627, 0.0593, &libyuv::kYuvV2020Constants,
                     &libyuv::kYvuV2020Constants};
         case ZOCA_CS_BT601:
         default:
-            return {MatrixId::BT601, false, 0.299, 0.114, &libyuv::kYuvI601Constants,
+            return {MatrixId::BT601,           false, 0.299, 0.114, &libyuv::kYuvI601Constants,
                     &libyuv::kYvuI601Constants};
     }
 }
@@ -113,7 +113,7 @@ EncCoef MakeEncCoef(const Matrix& m) {
 // Working rows for one call: two picture rows of planar R, G, B, A (a 4:2:0 chroma row
 // spans two), the rounding offsets of the four Bayer rows, and chroma temporaries.
 class Rows {
-public:
+  public:
     Rows(int w, bool dither) : w_(w), cw_((w + 1) / 2) {
         const size_t wp = (static_cast<size_t>(w) + 31) & ~size_t{31};
         const size_t cp = (static_cast<size_t>(cw_) + 31) & ~size_t{31};
@@ -170,7 +170,7 @@ public:
     int32_t* t1;
     int32_t* t2;
 
-private:
+  private:
     int w_, cw_;
     bool ok_ = false;
     std::unique_ptr<uint8_t[]> bytes_;
@@ -190,8 +190,7 @@ YuvPlanes PlanesOf(const Img& img) {
 }
 
 // Cb and Cr of chroma row cr as two contiguous arrays.
-void ChromaRow(const YuvPlanes& yp, int cr, int cw, Rows& s, const uint8_t** u,
-               const uint8_t** v) {
+void ChromaRow(const YuvPlanes& yp, int cr, int cw, Rows& s, const uint8_t** u, const uint8_t** v) {
     const uint8_t* c0 = yp.c0 + static_cast<ptrdiff_t>(cr) * yp.s0;
     if (yp.layout == Layout::I420) {
         *u = c0;
@@ -203,14 +202,17 @@ void ChromaRow(const YuvPlanes& yp, int cr, int cw, Rows& s, const uint8_t** u,
     *v = yp.layout == Layout::NV12 ? s.cv : s.cu;
 }
 
-inline int32_t Clamp255i(int32_t v) { return std::min(std::max(v, 0), 255); }
+inline int32_t Clamp255i(int32_t v) {
+    return std::min(std::max(v, 0), 255);
+}
 
 // Two luma samples share one set of chroma terms. Restrict-qualified so the compiler
 // vectorises without run-time alias checks.
 ZOCA_HOT void DecodePairs(const uint8_t* __restrict y, const int32_t* __restrict bias,
-                 const int32_t* __restrict tr, const int32_t* __restrict tg,
-                 const int32_t* __restrict tb, uint8_t* __restrict R, uint8_t* __restrict G,
-                 uint8_t* __restrict B, int half, int32_t yoff, int32_t ky) {
+                          const int32_t* __restrict tr, const int32_t* __restrict tg,
+                          const int32_t* __restrict tb, uint8_t* __restrict R,
+                          uint8_t* __restrict G, uint8_t* __restrict B, int half, int32_t yoff,
+                          int32_t ky) {
     for (int c = 0; c < half; ++c) {
         const int32_t y0 = (y[2 * c] - yoff) * ky + bias[2 * c];
         const int32_t y1 = (y[2 * c + 1] - yoff) * ky + bias[2 * c + 1];
@@ -224,10 +226,10 @@ ZOCA_HOT void DecodePairs(const uint8_t* __restrict y, const int32_t* __restrict
 }
 
 ZOCA_HOT void EncodeChromaPairs(const uint8_t* __restrict R0, const uint8_t* __restrict G0,
-                       const uint8_t* __restrict B0, const uint8_t* __restrict R1,
-                       const uint8_t* __restrict G1, const uint8_t* __restrict B1,
-                       const int32_t* __restrict cbias, uint8_t* __restrict u,
-                       uint8_t* __restrict v, int half, const EncCoef& k) {
+                                const uint8_t* __restrict B0, const uint8_t* __restrict R1,
+                                const uint8_t* __restrict G1, const uint8_t* __restrict B1,
+                                const int32_t* __restrict cbias, uint8_t* __restrict u,
+                                uint8_t* __restrict v, int half, const EncCoef& k) {
     const int32_t off = 128 << 18;
     const int32_t ur = k.ur, ug = k.ug, ub = k.ub, vr = k.vr, vg = k.vg, vb = k.vb;
     for (int c = 0; c < half; ++c) {
@@ -235,14 +237,17 @@ ZOCA_HOT void EncodeChromaPairs(const uint8_t* __restrict R0, const uint8_t* __r
         const int32_t sr = R0[x] + R0[x + 1] + R1[x] + R1[x + 1];
         const int32_t sg = G0[x] + G0[x + 1] + G1[x] + G1[x + 1];
         const int32_t sb = B0[x] + B0[x + 1] + B1[x] + B1[x + 1];
-        u[c] = static_cast<uint8_t>(Clamp255i((off + ur * sr + ug * sg + ub * sb + cbias[c]) >> 18));
-        v[c] = static_cast<uint8_t>(Clamp255i((off + vr * sr + vg * sg + vb * sb + cbias[c]) >> 18));
+        u[c] =
+            static_cast<uint8_t>(Clamp255i((off + ur * sr + ug * sg + ub * sb + cbias[c]) >> 18));
+        v[c] =
+            static_cast<uint8_t>(Clamp255i((off + vr * sr + vg * sg + vb * sb + cbias[c]) >> 18));
     }
 }
 
 ZOCA_HOT void EncodeLuma(const uint8_t* __restrict R, const uint8_t* __restrict G,
-                const uint8_t* __restrict B, const int32_t* __restrict bias, uint8_t* __restrict y,
-                int w, int32_t off, int32_t yr, int32_t yg, int32_t yb) {
+                         const uint8_t* __restrict B, const int32_t* __restrict bias,
+                         uint8_t* __restrict y, int w, int32_t off, int32_t yr, int32_t yg,
+                         int32_t yb) {
     for (int x = 0; x < w; ++x) {
         const int32_t v = off + yr * R[x] + yg * G[x] + yb * B[x] + bias[x];
         y[x] = static_cast<uint8_t>(Clamp255i(v >> 16));
@@ -455,13 +460,13 @@ bool DecodeLibyuv(const Img& src, const Img& dst) {
                     return (nv12 ? libyuv::NV21ToARGBMatrix(y, sy, c, sc, d, ds, m.yvu, w, h)
                                  : libyuv::NV12ToARGBMatrix(y, sy, c, sc, d, ds, m.yvu, w, h)) == 0;
                 case ZOCA_CF_BGR:
-                    return (nv12 ? libyuv::NV12ToRGB24Matrix(y, sy, c, sc, d, ds, m.yuv, w, h)
-                                 : libyuv::NV21ToRGB24Matrix(y, sy, c, sc, d, ds, m.yuv, w, h)) ==
-                           0;
+                    return (nv12
+                                ? libyuv::NV12ToRGB24Matrix(y, sy, c, sc, d, ds, m.yuv, w, h)
+                                : libyuv::NV21ToRGB24Matrix(y, sy, c, sc, d, ds, m.yuv, w, h)) == 0;
                 case ZOCA_CF_RGB:
-                    return (nv12 ? libyuv::NV21ToRGB24Matrix(y, sy, c, sc, d, ds, m.yvu, w, h)
-                                 : libyuv::NV12ToRGB24Matrix(y, sy, c, sc, d, ds, m.yvu, w, h)) ==
-                           0;
+                    return (nv12
+                                ? libyuv::NV21ToRGB24Matrix(y, sy, c, sc, d, ds, m.yvu, w, h)
+                                : libyuv::NV12ToRGB24Matrix(y, sy, c, sc, d, ds, m.yvu, w, h)) == 0;
                 default:
                     return false;
             }
@@ -470,7 +475,6 @@ bool DecodeLibyuv(const Img& src, const Img& dst) {
             return false;
     }
 }
-
 
 // libyuv has RGB -> YUV only for the BT.601 matrix (limited, and full for I420).
 bool EncodeLibyuv(const Img& src, const Img& dst) {
@@ -552,21 +556,21 @@ void Repack(const Img& src, const Img& dst) {
     if (sl == dl) return CopyImage(src, dst);
     if (sl == Layout::I420) {
         if (dl == Layout::NV12) {
-            libyuv::I420ToNV12(src.p[0], src.s[0], src.p[1], src.s[1], src.p[2], src.s[2],
-                               dst.p[0], dst.s[0], dst.p[1], dst.s[1], w, h);
+            libyuv::I420ToNV12(src.p[0], src.s[0], src.p[1], src.s[1], src.p[2], src.s[2], dst.p[0],
+                               dst.s[0], dst.p[1], dst.s[1], w, h);
         } else {
-            libyuv::I420ToNV21(src.p[0], src.s[0], src.p[1], src.s[1], src.p[2], src.s[2],
-                               dst.p[0], dst.s[0], dst.p[1], dst.s[1], w, h);
+            libyuv::I420ToNV21(src.p[0], src.s[0], src.p[1], src.s[1], src.p[2], src.s[2], dst.p[0],
+                               dst.s[0], dst.p[1], dst.s[1], w, h);
         }
         return;
     }
     if (dl == Layout::I420) {
         if (sl == Layout::NV12) {
-            libyuv::NV12ToI420(src.p[0], src.s[0], src.p[1], src.s[1], dst.p[0], dst.s[0],
-                               dst.p[1], dst.s[1], dst.p[2], dst.s[2], w, h);
+            libyuv::NV12ToI420(src.p[0], src.s[0], src.p[1], src.s[1], dst.p[0], dst.s[0], dst.p[1],
+                               dst.s[1], dst.p[2], dst.s[2], w, h);
         } else {
-            libyuv::NV21ToI420(src.p[0], src.s[0], src.p[1], src.s[1], dst.p[0], dst.s[0],
-                               dst.p[1], dst.s[1], dst.p[2], dst.s[2], w, h);
+            libyuv::NV21ToI420(src.p[0], src.s[0], src.p[1], src.s[1], dst.p[0], dst.s[0], dst.p[1],
+                               dst.s[1], dst.p[2], dst.s[2], w, h);
         }
         return;
     }

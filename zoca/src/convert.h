@@ -10,7 +10,7 @@ namespace zoca {
 
 // Work applied to one row of planar R, G, B samples between decoding and encoding.
 class PixelStage {
-public:
+  public:
     virtual ~PixelStage() = default;
     virtual void Run(uint8_t* r, uint8_t* g, uint8_t* b, int width) = 0;
 };

@@ -107,8 +107,7 @@ int RotatePacked(const Img& src, int code, const Img& dst) {
         if (code == ZOCA_ROT_MIRROR_H) {
             libyuv::ARGBMirror(src.p[0], src.s[0], dst.p[0], dst.s[0], src.w, src.h);
         } else {
-            libyuv::ARGBRotate(src.p[0], src.s[0], dst.p[0], dst.s[0], src.w, src.h,
-                               ModeOf(code));
+            libyuv::ARGBRotate(src.p[0], src.s[0], dst.p[0], dst.s[0], src.w, src.h, ModeOf(code));
         }
         return ZOCA_OK;
     }
@@ -129,17 +128,16 @@ int RotatePacked(const Img& src, int code, const Img& dst) {
 int RotateI420(const Img& src, int code, const Img& dst) {
     switch (code) {
         case ZOCA_ROT_MIRROR_H:
-            libyuv::I420Mirror(src.p[0], src.s[0], src.p[1], src.s[1], src.p[2], src.s[2],
-                               dst.p[0], dst.s[0], dst.p[1], dst.s[1], dst.p[2], dst.s[2], src.w,
-                               src.h);
+            libyuv::I420Mirror(src.p[0], src.s[0], src.p[1], src.s[1], src.p[2], src.s[2], dst.p[0],
+                               dst.s[0], dst.p[1], dst.s[1], dst.p[2], dst.s[2], src.w, src.h);
             return ZOCA_OK;
         case ZOCA_ROT_MIRROR_V:
             CopyPlanes(src, dst, true);
             return ZOCA_OK;
         default:
-            libyuv::I420Rotate(src.p[0], src.s[0], src.p[1], src.s[1], src.p[2], src.s[2],
-                               dst.p[0], dst.s[0], dst.p[1], dst.s[1], dst.p[2], dst.s[2], src.w,
-                               src.h, ModeOf(code));
+            libyuv::I420Rotate(src.p[0], src.s[0], src.p[1], src.s[1], src.p[2], src.s[2], dst.p[0],
+                               dst.s[0], dst.p[1], dst.s[1], dst.p[2], dst.s[2], src.w, src.h,
+                               ModeOf(code));
             return ZOCA_OK;
     }
 }
@@ -150,8 +148,8 @@ int RotateNV(const Img& src, int code, const Img& dst) {
     switch (code) {
         case ZOCA_ROT_MIRROR_H:
             // Mirrors Cb,Cr pairs as units, so it serves NV21 as well.
-            libyuv::NV12Mirror(src.p[0], src.s[0], src.p[1], src.s[1], dst.p[0], dst.s[0],
-                               dst.p[1], dst.s[1], src.w, src.h);
+            libyuv::NV12Mirror(src.p[0], src.s[0], src.p[1], src.s[1], dst.p[0], dst.s[0], dst.p[1],
+                               dst.s[1], src.w, src.h);
             return ZOCA_OK;
         case ZOCA_ROT_MIRROR_V:
             CopyPlanes(src, dst, true);
@@ -168,7 +166,8 @@ int RotateNV(const Img& src, int code, const Img& dst) {
     // halves are turned apart and interleaved again.
     const int tw = ch;  // turned chroma plane: ch samples wide, cw rows
     const int tstride = (tw + 31) & ~31;
-    std::unique_ptr<uint8_t[]> tmp(new (std::nothrow) uint8_t[2 * static_cast<size_t>(tstride) * cw]);
+    std::unique_ptr<uint8_t[]> tmp(new (std::nothrow)
+                                       uint8_t[2 * static_cast<size_t>(tstride) * cw]);
     if (!tmp) return ZOCA_ERR_DESTINATION;
     uint8_t* a = tmp.get();
     uint8_t* b = a + static_cast<size_t>(tstride) * cw;
@@ -180,7 +179,9 @@ int RotateNV(const Img& src, int code, const Img& dst) {
 
 }  // namespace
 
-bool SwapsAxes(int code) { return code == ZOCA_ROT_90 || code == ZOCA_ROT_270; }
+bool SwapsAxes(int code) {
+    return code == ZOCA_ROT_90 || code == ZOCA_ROT_270;
+}
 
 int Scale(const Img& src, const Img& dst) {
     if (src.w == dst.w && src.h == dst.h) {
@@ -189,8 +190,8 @@ int Scale(const Img& src, const Img& dst) {
     }
     // Box averages every source pixel when shrinking; libyuv would fall back to
     // bilinear anyway along an axis that grows.
-    const libyuv::FilterMode filter = dst.w <= src.w && dst.h <= src.h ? libyuv::kFilterBox
-                                                                       : libyuv::kFilterBilinear;
+    const libyuv::FilterMode filter =
+        dst.w <= src.w && dst.h <= src.h ? libyuv::kFilterBox : libyuv::kFilterBilinear;
     const bool deep = 2 * dst.w < src.w || 2 * dst.h < src.h;
     const int cw = (src.w + 1) / 2;
     const int ch = (src.h + 1) / 2;
@@ -206,8 +207,9 @@ int Scale(const Img& src, const Img& dst) {
         case Layout::NV12:
         case Layout::NV21:
             if (!deep) {
-                rc = libyuv::NV12Scale(src.p[0], src.s[0], src.p[1], src.s[1], src.w, src.h,
-                                       dst.p[0], dst.s[0], dst.p[1], dst.s[1], dst.w, dst.h, filter);
+                rc =
+                    libyuv::NV12Scale(src.p[0], src.s[0], src.p[1], src.s[1], src.w, src.h,
+                                      dst.p[0], dst.s[0], dst.p[1], dst.s[1], dst.w, dst.h, filter);
                 break;
             }
             libyuv::ScalePlane(src.p[0], src.s[0], src.w, src.h, dst.p[0], dst.s[0], dst.w, dst.h,
@@ -217,8 +219,8 @@ int Scale(const Img& src, const Img& dst) {
             break;
         default:
             if (OrderOf(src.fmt).bpp == 4 && !deep) {
-                rc = libyuv::ARGBScale(src.p[0], src.s[0], src.w, src.h, dst.p[0], dst.s[0],
-                                       dst.w, dst.h, filter);
+                rc = libyuv::ARGBScale(src.p[0], src.s[0], src.w, src.h, dst.p[0], dst.s[0], dst.w,
+                                       dst.h, filter);
             } else {
                 rc = ScaleInterleaved(src.p[0], src.s[0], src.w, src.h, dst.p[0], dst.s[0], dst.w,
                                       dst.h, OrderOf(src.fmt).bpp, filter);

@@ -41,7 +41,9 @@ bool KnownColorSpace(int cs) {
     }
 }
 
-bool IsYuv(int fmt) { return fmt == ZOCA_CF_I420 || fmt == ZOCA_CF_NV12 || fmt == ZOCA_CF_NV21; }
+bool IsYuv(int fmt) {
+    return fmt == ZOCA_CF_I420 || fmt == ZOCA_CF_NV12 || fmt == ZOCA_CF_NV21;
+}
 
 Layout LayoutOf(int fmt) {
     switch (fmt) {
@@ -91,7 +93,9 @@ int RowBytes(int fmt, int plane, int w) {
     return LayoutOf(fmt) == Layout::I420 ? cw : 2 * cw;
 }
 
-int PlaneRows(int /*fmt*/, int plane, int h) { return plane == 0 ? h : (h + 1) / 2; }
+int PlaneRows(int /*fmt*/, int plane, int h) {
+    return plane == 0 ? h : (h + 1) / 2;
+}
 
 int CheckRecord(const _ZOCA_IMGB* rec, bool need_addr, Img* out) {
     if (rec == nullptr) return ZOCA_ERR_INVALID;
@@ -125,13 +129,13 @@ int CheckRecord(const _ZOCA_IMGB* rec, bool need_addr, Img* out) {
         for (int b = a + 1; b < planes; ++b) {
             if (img.p[a] == nullptr || img.p[b] == nullptr) continue;
             const uintptr_t a0 = rec->addr[a];
-            const uintptr_t a1 =
-                a0 + static_cast<uintptr_t>(img.s[a]) * (PlaneRows(fmt, a, h) - 1) +
-                RowBytes(fmt, a, w);
+            const uintptr_t a1 = a0 +
+                                 static_cast<uintptr_t>(img.s[a]) * (PlaneRows(fmt, a, h) - 1) +
+                                 RowBytes(fmt, a, w);
             const uintptr_t b0 = rec->addr[b];
-            const uintptr_t b1 =
-                b0 + static_cast<uintptr_t>(img.s[b]) * (PlaneRows(fmt, b, h) - 1) +
-                RowBytes(fmt, b, w);
+            const uintptr_t b1 = b0 +
+                                 static_cast<uintptr_t>(img.s[b]) * (PlaneRows(fmt, b, h) - 1) +
+                                 RowBytes(fmt, b, w);
             if (a0 < b1 && b0 < a1) return ZOCA_ERR_INVALID;
         }
     }

@@ -3,6 +3,22 @@
 // The record is shared with the mivo plugin, which builds one for each buffer it hands
 // over. The functions read every picture only through its record: plane sizes, strides,
 // scan-lines and addresses are the whole description of its memory.
+//
+// Record rules (checked on every record before any pixel is read or written):
+//  - width[0], height[0]: the picture, 1..32768 each.
+//  - I420: width = {w, (w+1)/2, (w+1)/2}, height = {h, (h+1)/2, (h+1)/2}.
+//    NV12/NV21: width = {w, (w+1)/2} (plane 1 counts Cb,Cr pairs), height likewise.
+//    Packed: width[0] = w, one plane. Fields of planes a format does not use are ignored.
+//  - stride[p] at least one row: w bytes for Y, (w+1)/2 for I420 chroma, 2*((w+1)/2)
+//    for NV12/NV21 chroma, w * bytes-per-pixel for packed; stride * rows < 2^31.
+//  - scanlines[p] >= height[p]; addr[p] != 0 for every plane the format uses.
+//  - The planes of one record do not overlap each other.
+// Only the bytes of the described rows are touched: never the padding between the end
+// of a row and the stride, never rows past height[p].
+//
+// Every function is reentrant and keeps no mutable state between calls (its tables are
+// built once, thread-safely, and only read afterwards). Source and destination must
+// not share memory: there is no in-place operation.
 #ifndef ZOCA_ZOCA_H
 #define ZOCA_ZOCA_H
 
@@ -50,7 +66,9 @@ ZOCA_STATIC_ASSERT(__builtin_offsetof(_ZOCA_IMGB, reserved1) == 128, "reserved1 
 #endif
 
 // Colour format codes. Codes above 199 are a single packed plane, 199 and below are YUV.
-// Packed codes name their bytes in memory order.
+// Packed codes name their bytes in memory order. YUV is 8-bit 4:2:0 with chroma sited
+// at the centre of each 2x2 block; an odd width or height gives the last chroma column
+// or row a single luma column or row.
 enum {
     ZOCA_CF_I420 = 1,    // 8-bit 4:2:0, three planes: Y, Cb, Cr
     ZOCA_CF_NV12 = 6,    // 8-bit 4:2:0, Y then interleaved Cb,Cr
@@ -62,7 +80,32 @@ enum {
     ZOCA_CF_ARGB = 502,  // A,R,G,B
 };
 
-// Colour space codes.
+// Colour space codes: matrix and range of YUV samples, primaries and transfer of the
+// colours. Packed RGB is always full range (0..255); on a packed record only the
+// primaries and transfer matter (vexa_cgc, vexa_hdr_to_sdr).
+//
+//   code  matrix (YUV)    range     primaries          transfer used in linear light
+//   0     BT.601          limited   BT.709 (see below) BT.1886 (gamma 2.4)
+//   1     BT.601          full      BT.709             BT.1886
+//   10    BT.709          limited   BT.709             BT.1886
+//   11    BT.709          full      BT.709             BT.1886
+//   20    BT.2020 NCL     limited   BT.2020            BT.1886
+//   21    BT.2020 NCL     full      BT.2020            BT.1886
+//   30    BT.709          limited   Display P3 (D65)   sRGB (IEC 61966-2-1)
+//
+// Limited range: Y 16..235, Cb/Cr 16..240 around 128. Full range: Y 0..255, Cb/Cr
+// 0..255 around 128 (JPEG style). BT.601 exists with two sets of primaries (525 and 625
+// lines); both are within display tolerance of BT.709, so BT.601 codes use BT.709
+// primaries. Pictures coded with the BT.709/BT.2020 camera curve are shown through the
+// BT.1886 display curve (pure 2.4 power, black at 0); linear light here means display
+// light, so that curve is the one decoded and encoded.
+//
+// Which record's code governs:
+//  - YUV <-> RGB: the YUV side's record (matrix and range); the RGB side's code is
+//    not used by vexa_csc.
+//  - YUV <-> YUV: each side's own; equal matrix and range means a sample-exact
+//    rearrangement, otherwise the picture is re-encoded through RGB.
+//  - RGB <-> RGB: codes unused; bytes are only moved.
 enum {
     ZOCA_CS_BT601 = 0,         // BT.601 matrix, limited range
     ZOCA_CS_BT601_FULL = 1,    // BT.601 matrix, full range (JPEG)
@@ -73,25 +116,54 @@ enum {
     ZOCA_CS_DISPLAY_P3 = 30,   // Display P3 primaries (D65), sRGB transfer, BT.709 matrix, limited
 };
 
-// Rotation and mirror codes of vexa_rot, vexa_rsz_rot and vexa_csc_rot.
+// Rotation and mirror codes of vexa_rot, vexa_rsz_rot and vexa_csc_rot. Angles are
+// clockwise as the picture is viewed: after ZOCA_ROT_90 the top-left pixel is at the
+// top-right, after ZOCA_ROT_270 (= 90 counter-clockwise) at the bottom-left. The two
+// quarter turns need a destination whose width and height are the source's swapped.
 enum {
     ZOCA_ROT_NONE = 0,
-    ZOCA_ROT_270 = 1,
-    ZOCA_ROT_90 = 2,
+    ZOCA_ROT_270 = 1,  // 270 degrees clockwise
+    ZOCA_ROT_90 = 2,   // 90 degrees clockwise
     ZOCA_ROT_180 = 3,
     ZOCA_ROT_MIRROR_H = 4,  // left and right exchanged
     ZOCA_ROT_MIRROR_V = 5,  // top and bottom exchanged
 };
 
-// Tone-mapping modes of vexa_hdr_to_sdr.
+// Tone-mapping modes of vexa_hdr_to_sdr. The source is 8-bit HDR with BT.2020
+// primaries whatever its record says (its code only picks the YUV matrix and range);
+// the result is SDR with BT.709 primaries for a BT.1886 display (gamma 2.4).
+// The PQ modes decode with the SMPTE ST 2084 EOTF and compress with the BT.2390 EETF
+// (mastering black and target black at 0 nits): identity below the knee, a Hermite
+// spline from the knee to the target peak, in the PQ domain. The curve runs on the
+// largest of R, G, B and all three are scaled by the same gain (hue and saturation
+// kept). Then BT.2020 -> BT.709 in linear light with the gamut rule of vexa_cgc.
 enum {
+    // PQ, mastering peak 1000 nits (typical HDR10), SDR peak 100 nits = code 255.
     ZOCA_HDR_DEFAULT = 1,
+    // HLG: BT.2100 inverse OETF, then the OOTF of a 1000-nit display (system gamma 1.2,
+    // on scene luminance), then the BT.2390 EETF from 1000 to 100 nits as above.
     ZOCA_HDR_HLG = 2,
+    // PQ, mastering peak 1000 nits, SDR peak at 203 nits (BT.2408 HDR reference white
+    // becomes SDR white): brighter mid-tones, highlights above ~100 nits compressed.
     ZOCA_HDR_PQ = 3,
+    // PQ, mastering peak 4000 nits, SDR peak 100 nits: highlights up to 4000 nits keep
+    // their gradation instead of clipping.
     ZOCA_HDR_PQ_HIGHLIGHTS = 4,
 };
 
-// Result codes.
+// Result codes. Checks run in this order and the first failure is returned; nothing
+// is written unless the result is ZOCA_OK.
+//  1. Source record, then destination record, each on its own:
+//     unknown colorFormat or colorSpace                                   -> -2
+//     a record rule above broken, a null record pointer, or a source
+//     plane address of 0; vexa_crop: startX or startY negative            -> -1
+//  2. The operation: rotation code outside 0..5, mode outside 1..4, or
+//     different formats for vexa_rot / vexa_crop                           -> -2
+//  3. The destination as it stands: a plane address of 0 (no memory yet), a size
+//     other than the one the operation produces (equal size for csc, cgc and
+//     hdr_to_sdr; swapped axes for quarter turns; for crop, a region that would reach
+//     outside the source), or memory shared with the source                -> -3
+//     (also returned if working memory for a two-step operation cannot be had)
 enum {
     ZOCA_OK = 0,
     ZOCA_ERR_INVALID = -1,      // a record is malformed (sizes, strides, addresses)
@@ -99,14 +171,40 @@ enum {
     ZOCA_ERR_DESTINATION = -3,  // the destination cannot be written as it stands
 };
 
+// Scales src to dst's size: area (box) filter when shrinking, bilinear when enlarging
+// along either axis. Different formats: also converts as vexa_csc does (at the smaller
+// of the two sizes). Same format: only the size changes, whatever the colour space codes;
+// same format and size is a plain copy.
 int vexa_rsz(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst);
+// Converts between any two of the eight formats at equal size (codes: see above).
 int vexa_csc(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst);
+// As vexa_csc, with every rounding to 8 bits ordered-dithered (4x4 Bayer), so that
+// gradients keep their average level in every 4x4 area instead of showing bands.
+// Rearrangements that round nothing (RGB <-> RGB, YUV <-> YUV of one matrix and range)
+// give the same bytes as vexa_csc.
 int vexa_csc_dither(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst);
+// Rotates or mirrors within one format.
 int vexa_rot(const _ZOCA_IMGB* src, int rotation, _ZOCA_IMGB* dst);
+// Scales (as vexa_rsz, formats may differ) then rotates; dst has the rotated shape, so
+// for quarter turns the scaled size is dst's height x width.
 int vexa_rsz_rot(const _ZOCA_IMGB* src, int rotation, _ZOCA_IMGB* dst);
+// Converts (as vexa_csc) and rotates; dst is src's size, swapped for quarter turns.
 int vexa_csc_rot(const _ZOCA_IMGB* src, int rotation, _ZOCA_IMGB* dst);
+// Copies the region of dst's size whose top-left is src's (startX, startY); both
+// records share a format and the region must lie inside the source. 4:2:0 chroma is
+// copied from chroma sample (startX / 2, startY / 2), the one covering the region's
+// first pixel: an odd origin is allowed and shifts chroma siting by half a chroma
+// sample, as any odd crop of 4:2:0 must.
 int vexa_crop(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst);
+// Converts colours from src's primaries and transfer to dst's (codes above) in linear
+// light: decode the transfer, 3x3 primaries matrix (D65), encode. Equal size; any two of
+// the eight formats (YUV sides decode and encode with their own matrix and range).
+// Colours outside the destination gamut keep their luminance (clipped to 0..1) and
+// move straight toward the grey of that luminance just far enough to fit: hue and
+// brightness kept, saturation given up; no per-channel clipping.
 int vexa_cgc(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst);
+// Tone-maps HDR src into SDR dst of equal size; mode is a ZOCA_HDR_* value. Any of the
+// eight formats on either side; dst's code picks only its YUV matrix and range.
 int vexa_hdr_to_sdr(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst, int mode);
 
 #ifdef __cplusplus
