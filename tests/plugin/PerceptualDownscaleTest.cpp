@@ -203,21 +203,6 @@ TEST_F(DownscaleTest, VectorKernelEqualsScalarAndTheModel) {
     }
 }
 
-TEST_F(DownscaleTest, BlockStatisticsKernelsAgree) {
-    const std::vector<uint8_t> source = randomBytes(61 * 13, 3);
-    for (const int block : {1, 2, 3}) {
-        ext::detail::PdPlane plane{source.data(), nullptr, 61, 13, 1, 0, 3, block, 2};
-        ext::detail::PdBuffer vector(20 * 4);
-        ext::detail::PdBuffer scalar(20 * 4);
-        ext::detail::pdBlockStatsVector(plane, 20, 4, vector);
-        ext::detail::pdBlockStatsScalar(plane, 20, 4, scalar);
-        for (int i = 0; i < 80; ++i) {
-            ASSERT_EQ(vector.blockMean[i], scalar.blockMean[i]) << block << " " << i;
-            ASSERT_EQ(vector.blockSquareMean[i], scalar.blockSquareMean[i]) << block << " " << i;
-        }
-    }
-}
-
 TEST_F(DownscaleTest, RowsBelowTheLastWholeBlockAreIgnored) {
     for (const int cf : {COLOR_FORMAT_NV12, COLOR_FORMAT_YUV420}) {
         Image first = randomImage(cf, 16, 9, 5);
