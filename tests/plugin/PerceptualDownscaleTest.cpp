@@ -167,11 +167,10 @@ TEST_F(DownscaleTest, UniformInputGivesTheBlockMean) {
                   std::vector<uint8_t>(16 * 12 * 2, static_cast<uint8_t>(v)));
         Image dst(COLOR_FORMAT_YUV420, 8, 6);
         perceptualDownscale(src.record, dst.record);
-        expectModel(src, dst);
-        for (int i = 0; i < 8 * 6; ++i) {
-            ASSERT_LE(std::abs(dst.plane(0)[i] - v), 1) << v;
-            ASSERT_EQ(dst.plane(0)[i], dst.plane(0)[0]) << v;
-        }
+        // R = 0 everywhere, so each sample is the block mean: v itself, in all three planes.
+        EXPECT_TRUE(std::all_of(dst.bytes.begin(), dst.bytes.begin() + dst.end, [v](uint8_t b) {
+            return b == v;
+        })) << v;
     }
 }
 
