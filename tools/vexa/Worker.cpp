@@ -61,7 +61,39 @@ bool fileHolds(const std::string& path, int colorFormat) {
     return colorFormat == preferred;
 }
 
+// The plugin hands the library's mirror a plain copy for both directions at once; mirrored
+// both ways is a half turn, so that is what runs.
+Parameters withHalfTurnForBothMirrors(Parameters p) {
+    if (p.operation == Operation::Flip && p.flipType == 3 && !p.ownFlip) {
+        p.operation = Operation::Rot;
+        p.angle = 180;
+    }
+    return p;
+}
+
+bool isTwoPlaneYuv(int colorFormat) {
+    return colorFormat == mivo::COLOR_FORMAT_NV12 || colorFormat == mivo::COLOR_FORMAT_NV21;
+}
+
+bool hasAlpha(int colorFormat) {
+    return colorFormat == mivo::COLOR_FORMAT_RGBA || colorFormat == mivo::COLOR_FORMAT_BGRA ||
+           colorFormat == mivo::COLOR_FORMAT_ARGB;
+}
+
+// The format a result is written in: the input's where the file holds it (an RGB PNG stays
+// RGB), else the file's own, without an alpha channel the result never had.
+int fileFormatFor(const std::string& path, int resultFormat, int inputFormat) {
+    if (fileHolds(path, inputFormat)) return inputFormat;
+    const int preferred = vexa::io::preferredColorFormatForExtension(path);
+    if (preferred == vexa::io::kRgba && !hasAlpha(resultFormat)) return vexa::io::kRgb;
+    return preferred;
+}
+
 }  // namespace
+
+int defaultColorSpace(int colorFormat) {
+    return colorFormat >= vexa::io::kRgb ? mivo::COLOR_SPACE_SRGB : mivo::COLOR_SPACE_BT709;
+}
 
 std::shared_ptr<MediaBuffer> toBuffer(const vexa::io::Image& image, int colorSpace,
                                       std::optional<int> hdrType) {
@@ -111,8 +143,8 @@ std::string describeRecord(const _ZOCA_IMGB& r) {
 }
 
 Worker::Worker(const Parameters& parameters)
-    : parameters_(parameters),
-      operation_(optionFor(parameters), {parameters.operation}),
+    : parameters_(withHalfTurnForBothMirrors(parameters)),
+      operation_(optionFor(parameters_), {parameters_.operation}),
       converter_(nullptr, {Operation::Csc}),
       cropper_(nullptr, {Operation::Crop}) {}
 
@@ -158,7 +190,7 @@ int Worker::workFormatFor(int inputFormat) const {
     if (parameters_.workFormat) return *parameters_.workFormat;
     // The plugin's own mirror handles the two-plane layouts only.
     if (parameters_.operation == Operation::Flip && parameters_.ownFlip &&
-        inputFormat != mivo::COLOR_FORMAT_NV12 && inputFormat != mivo::COLOR_FORMAT_NV21) {
+        !isTwoPlaneYuv(inputFormat)) {
         return mivo::COLOR_FORMAT_NV12;
     }
     // The downscaler reads samples one byte each, plane by plane: packed pixels go planar.
@@ -185,8 +217,19 @@ void Worker::check(const MediaBuffer& input) const {
             if (subsampled && (p.size->cols < 2 || p.size->rows < 2)) {
                 throw UsageError("a 4:2:0 picture cannot be smaller than 2x2");
             }
+            // The plugin's resize would quietly drop the odd row or column.
+            if (p.operation == Operation::Rsz && subsampled &&
+                ((p.size->cols | p.size->rows) & 1)) {
+                throw UsageError("a 4:2:0 picture can only be resized to an even width and height");
+            }
             break;
         case Operation::RszPd:
+            // The downscaler reads one byte per sample: packed pixels would come out as noise.
+            if (!subsampled) {
+                throw UsageError(
+                    mivo::format("perceptual downscaling needs a 4:2:0 work format, not %s",
+                                 mivo::getColorFormatName(format)));
+            }
             if (p.size && (p.size->cols > cols || p.size->rows > rows)) {
                 throw UsageError(
                     "perceptual downscaling only shrinks: the target is larger than the input");
@@ -227,6 +270,10 @@ void Worker::check(const MediaBuffer& input) const {
             break;
         case Operation::Flip:
             if (p.flipType < 1 || p.flipType > 3) throw UsageError("flip needs --direction");
+            if (p.ownFlip && !isTwoPlaneYuv(format)) {
+                throw UsageError(mivo::format("the plugin's own mirror needs nv12 or nv21, not %s",
+                                              mivo::getColorFormatName(format)));
+            }
             break;
         case Operation::Rot:
         case Operation::HdrToSdr:
@@ -259,7 +306,14 @@ std::shared_ptr<mivo::MediaFormat> Worker::wishFor(const MediaBuffer& input) con
 
 std::shared_ptr<MediaBuffer> Worker::convert(const std::shared_ptr<MediaBuffer>& buffer,
                                              int colorFormat) {
-    if (buffer->getFormat()->getColorFormat() == colorFormat) return buffer;
+    const int from = buffer->getFormat()->getColorFormat();
+    if (from == colorFormat) return buffer;
+    // Between RGBA and nv12/nv21 the plugin uses full-range BT.601 whatever the buffers say;
+    // through I420 the files' own colour space holds.
+    if ((from == mivo::COLOR_FORMAT_RGBA && isTwoPlaneYuv(colorFormat)) ||
+        (isTwoPlaneYuv(from) && colorFormat == mivo::COLOR_FORMAT_RGBA)) {
+        return convert(convert(buffer, mivo::COLOR_FORMAT_YUV420), colorFormat);
+    }
     std::unique_ptr<mivo::MutableMediaFormat> wish = buffer->getFormat()->mutableCopy();
     wish->setColorFormat(colorFormat);
     std::shared_ptr<MediaBuffer> out = mivo::core::OutputSlot::create(wish->freeze());
@@ -305,11 +359,8 @@ void Worker::process(const std::string& inputPath, const std::string& outputPath
                      std::ostream* verbose) {
     vexa::io::Image image = vexa::io::readImage(inputPath, parameters_.raw);
     const bool hdr = parameters_.operation == Operation::HdrToSdr;
-    // Untagged files: HDR input is BT.2020, RGB files are sRGB, YUV files BT.601.
-    const int defaultSpace = hdr                                   ? mivo::COLOR_SPACE_BT2020
-                             : image.colorFormat >= vexa::io::kRgb ? mivo::COLOR_SPACE_SRGB
-                                                                   : mivo::COLOR_SPACE_BT601;
-    const int colorSpace = parameters_.inputColorSpace.value_or(defaultSpace);
+    const int colorSpace = parameters_.inputColorSpace.value_or(
+        hdr ? mivo::COLOR_SPACE_BT2020 : defaultColorSpace(image.colorFormat));
     std::shared_ptr<MediaBuffer> result;
     try {
         result = run(toBuffer(image, colorSpace,
@@ -322,12 +373,8 @@ void Worker::process(const std::string& inputPath, const std::string& outputPath
     }
     const int resultFormat = result->getFormat()->getColorFormat();
     if (!fileHolds(outputPath, resultFormat)) {
-        // Back to the input's own format where the file holds it (an RGB PNG stays RGB).
-        const int target = fileHolds(outputPath, image.colorFormat)
-                               ? image.colorFormat
-                               : vexa::io::preferredColorFormatForExtension(outputPath);
         try {
-            result = convert(result, target);
+            result = convert(result, fileFormatFor(outputPath, resultFormat, image.colorFormat));
         } catch (const FileError& e) {
             throw FileError(outputPath + ": " + e.what());
         }

@@ -24,6 +24,10 @@ class FileError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// The colour space of an untagged file: sRGB for RGB, and for YUV the BT.709 that the plugin
+// encodes sRGB pictures in, so that what the command writes reads back the same.
+int defaultColorSpace(int colorFormat);
+
 // Picture files as framework buffers and back.
 std::shared_ptr<mivo::core::MediaBuffer> toBuffer(const vexa::io::Image& image, int colorSpace,
                                                   std::optional<int> hdrType = std::nullopt);
