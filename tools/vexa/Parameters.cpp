@@ -98,9 +98,19 @@ int parseColorFormat(const std::string& text) {
     return lookup(kColorFormats, text, "colour format");
 }
 
+// A name, or the number of a known value.
+template <size_t N>
+int lookupNameOrNumber(const Named (&table)[N], const std::string& text, const char* what) {
+    if (auto number = parseInt(text)) {
+        for (const Named& entry : table) {
+            if (entry.value == *number) return *number;
+        }
+    }
+    return lookup(table, text, what);
+}
+
 int parseColorSpace(const std::string& text) {
-    if (auto number = parseInt(text)) return *number;
-    return lookup(kColorSpaces, text, "colour space");
+    return lookupNameOrNumber(kColorSpaces, text, "colour space");
 }
 
 android::Rect parseRect(const std::string& text) {
@@ -129,8 +139,7 @@ int parseFlipType(const std::string& text) {
 }
 
 int parseHdrType(const std::string& text) {
-    if (auto number = parseInt(text)) return *number;
-    return lookup(kHdrTypes, text, "HDR type");
+    return lookupNameOrNumber(kHdrTypes, text, "HDR type");
 }
 
 int parseAngle(const std::string& text) {

@@ -281,9 +281,16 @@ int main(int argc, char** argv) {
 
     try {
         app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::CallForVersion& e) {
+        return app.exit(e);
     } catch (const CLI::ParseError& e) {
-        const int code = app.exit(e);
-        return code == 0 ? 0 : 2;
+        std::cerr << "vexa: error: " << e.what()
+                  << "\nRun 'vexa --help' or 'vexa <command> --help' for usage.\n";
+        return 2;
     }
 
     try {
