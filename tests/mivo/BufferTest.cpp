@@ -94,6 +94,17 @@ TEST(Buffer, StrideAndScanlinesDefaultToTheBuffersOwnShape) {
     EXPECT_EQ(buffer.getScanlines(), 7);
 }
 
+TEST(Format, SetShapeStoresAPrivateMutableCopy) {
+    auto format = MutableMediaFormat::create();
+    auto shape = std::make_shared<Shape>(3, 4, 2);
+    format->setShape(std::shared_ptr<Shape>(shape));
+    EXPECT_EQ(shape.use_count(), 1);  // the shape passed in is not kept
+    EXPECT_NE(format->getShape(), shape);
+    EXPECT_EQ(format->getRows(), 3);
+    EXPECT_EQ(format->getCols(), 4);
+    EXPECT_EQ(format->getChannels(), 2);
+}
+
 TEST(Buffer, MistypedExtrasThrowBadVariantAccess) {
     auto floatStride =
         CpuMediaBuffer::wrap(imageFormat(COLOR_FORMAT_RGB, 8, 8, {{"stride", 8.0f}}), nullptr);
@@ -215,8 +226,9 @@ TEST(Metadata, QueriesWalkTheListInOrder) {
     auto exif1 = member(MEDIA_KIND_METADATA, {{"exif", true}});
     auto icc = member(MEDIA_KIND_METADATA, {{"icc", true}});
     auto exif2 = member(MEDIA_KIND_METADATA, {{"exif", true}, {"icc", true}});
+    auto unknown = member(MEDIA_KIND_UNKNOWN, {{"exif", true}});
     auto bundle = std::make_shared<BundleBuffer>(
-        std::vector<std::shared_ptr<MediaBuffer>>{image, exif1, icc, exif2});
+        std::vector<std::shared_ptr<MediaBuffer>>{unknown, image, exif1, icc, exif2});
 
     EXPECT_EQ(bundle->getMetadataBuffers(),
               (std::vector<std::shared_ptr<MediaBuffer>>{exif1, icc, exif2}));
@@ -254,10 +266,9 @@ TEST(Text, FormatAndJoin) {
 }
 
 TEST(Text, FormatStringThatSnprintfRejectsAsserts) {
-    // Longer than INT_MAX: snprintf reports -1.
-    expectAssertion(
-        [] { format("%2147483647d%2147483647d", 1, 2); },
-        {"!(size > 0)", "%s\nerror on format string", "Def[156] ASSERT(size > 0) failed."});
+    // A field width past INT_MAX: snprintf reports -1.
+    expectAssertion([] { format("%2147483648d", 1); }, {"!(size > 0)", "%s\nerror on format string",
+                                                        "Def[156] ASSERT(size > 0) failed."});
 }
 
 TEST(Text, GenericBufferDescription) {
