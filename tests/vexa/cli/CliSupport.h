@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "ScratchDir.h"
 #include "vexa/io/ImageFile.h"
 
 namespace vexa::cli::test {
@@ -51,21 +52,14 @@ inline std::string quote(const std::string& word) {
     return quoted + "'";
 }
 
-class CliTest : public ::testing::Test {
+class CliTest : public mivo::test::ScratchDirTest {
   protected:
+    CliTest() : ScratchDirTest("vexa_cli_test") {}
+
     void SetUp() override {
-        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        std::string name = std::string(info->test_suite_name()) + "-" + info->name();
-        std::replace_if(
-            name.begin(), name.end(), [](unsigned char c) { return !std::isalnum(c); }, '_');
-        root_ = fs::temp_directory_path() /
-                ("vexa_cli_test-" + std::to_string(::getpid()) + "-" + name);
-        fs::remove_all(root_);
+        ScratchDirTest::SetUp();
+        root_ = scratch();
         fs::create_directories(root_ / "work");
-    }
-    void TearDown() override {
-        std::error_code ec;
-        if (!HasFailure()) fs::remove_all(root_, ec);
     }
 
     // Files the command sees live in work/; its output streams are kept beside it.

@@ -15,27 +15,20 @@
 #include <string>
 #include <vector>
 
+#include "ScratchDir.h"
 #include "vexa/io/ImageFile.h"
 
 namespace vexa::io::test {
 
 namespace fs = std::filesystem;
 
-class IoTest : public ::testing::Test {
+class IoTest : public mivo::test::ScratchDirTest {
   protected:
+    IoTest() : ScratchDirTest("vexa_io_test") {}
+
     void SetUp() override {
-        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        std::string name = std::string(info->test_suite_name()) + "-" + info->name();
-        std::replace_if(
-            name.begin(), name.end(), [](unsigned char c) { return !std::isalnum(c); }, '_');
-        dir_ =
-            fs::temp_directory_path() / ("vexa_io_test-" + std::to_string(::getpid()) + "-" + name);
-        fs::remove_all(dir_);
-        fs::create_directories(dir_);
-    }
-    void TearDown() override {
-        std::error_code ec;
-        fs::remove_all(dir_, ec);
+        ScratchDirTest::SetUp();
+        dir_ = scratch();
     }
 
     std::string path(const std::string& name) const { return (dir_ / name).string(); }
