@@ -30,21 +30,31 @@ _ZOCA_IMGB recordOf(const MediaBuffer& buffer) {
     return buffer.getTypedData<_ZOCA_IMGB>(nullptr);
 }
 
+// Two NV12 pictures and their records; the buffers live as long as the records are used.
+struct Nv12Pair {
+    Nv12Pair(int cols, int rows, int outCols, int outRows)
+        : in(noisyPicture(mivo::COLOR_FORMAT_NV12, cols, rows)),
+          out(noisyPicture(mivo::COLOR_FORMAT_NV12, outCols, outRows)),
+          src((mivo::ext::detail::registerImgbView(), recordOf(*in))),
+          dst(recordOf(*out)) {}
+
+    std::shared_ptr<MediaBuffer> in;
+    std::shared_ptr<MediaBuffer> out;
+    _ZOCA_IMGB src;
+    _ZOCA_IMGB dst;
+};
+
 // Perceptual downscale of an NV12 frame by a factor, with one kernel or the other.
 void downscale(benchmark::State& state, bool vectorised) {
-    mivo::ext::detail::registerImgbView();
     const int cols = static_cast<int>(state.range(0));
     const int rows = static_cast<int>(state.range(1));
     const int factor = static_cast<int>(state.range(2));
-    auto in = noisyPicture(mivo::COLOR_FORMAT_NV12, cols, rows);
-    auto out = noisyPicture(mivo::COLOR_FORMAT_NV12, cols / factor, rows / factor);
-    const _ZOCA_IMGB src = recordOf(*in);
-    const _ZOCA_IMGB dst = recordOf(*out);
+    const Nv12Pair p(cols, rows, cols / factor, rows / factor);
     for (auto _ : state) {
-        mivo::ext::detail::perceptualDownscale(src, dst, vectorised);
+        mivo::ext::detail::perceptualDownscale(p.src, p.dst, vectorised);
         benchmark::ClobberMemory();
     }
-    state.SetBytesProcessed(state.iterations() * in->getSize());
+    state.SetBytesProcessed(state.iterations() * p.in->getSize());
 }
 
 void BM_DownscaleScalar(benchmark::State& state) {
@@ -66,17 +76,13 @@ BENCHMARK(BM_DownscaleVector)
 
 // The own mirror of a 4K NV12 frame, both directions, with and without 32-byte row copies.
 void mirror(benchmark::State& state, bool wide) {
-    mivo::ext::detail::registerImgbView();
-    auto in = noisyPicture(mivo::COLOR_FORMAT_NV12, 3840, 2160);
-    auto out = noisyPicture(mivo::COLOR_FORMAT_NV12, 3840, 2160);
-    const _ZOCA_IMGB src = recordOf(*in);
-    const _ZOCA_IMGB dst = recordOf(*out);
+    const Nv12Pair p(3840, 2160, 3840, 2160);
     const int type = static_cast<int>(state.range(0));
     for (auto _ : state) {
-        mivo::ext::detail::mirrorTwoPlane(src, dst, type, wide);
+        mivo::ext::detail::mirrorTwoPlane(p.src, p.dst, type, wide);
         benchmark::ClobberMemory();
     }
-    state.SetBytesProcessed(state.iterations() * in->getSize());
+    state.SetBytesProcessed(state.iterations() * p.in->getSize());
 }
 
 void BM_MirrorWordCopies(benchmark::State& state) {
@@ -99,12 +105,8 @@ void BM_ResizeThroughPlugin(benchmark::State& state) {
 }
 
 void BM_ResizeLibraryOnly(benchmark::State& state) {
-    mivo::ext::detail::registerImgbView();
-    auto in = noisyPicture(mivo::COLOR_FORMAT_NV12, 3840, 2160);
-    auto out = noisyPicture(mivo::COLOR_FORMAT_NV12, 1920, 1080);
-    const _ZOCA_IMGB src = recordOf(*in);
-    _ZOCA_IMGB dst = recordOf(*out);
-    for (auto _ : state) benchmark::DoNotOptimize(vexa_rsz(&src, &dst));
+    Nv12Pair p(3840, 2160, 1920, 1080);
+    for (auto _ : state) benchmark::DoNotOptimize(vexa_rsz(&p.src, &p.dst));
 }
 BENCHMARK(BM_ResizeThroughPlugin)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ResizeLibraryOnly)->Unit(benchmark::kMillisecond);
