@@ -49,82 +49,26 @@ void writePngWithLibpng(const std::string& file, const PngInput& in) {
     std::fclose(f);
 }
 
-class PngTest : public IoTest {};
+using PngTest = IoTest;
 
 TEST_F(PngTest, ExpandsEveryInputKindTo8BitRgbOrRgba) {
+    // clang-format off
     const PngInput inputs[] = {
-        {"gray8",
-         PNG_COLOR_TYPE_GRAY,
-         8,
-         false,
-         2,
-         {10, 200},
-         {},
-         {},
-         kRgb,
-         {10, 10, 10, 200, 200, 200}},
-        {"gray1 across a byte",
-         PNG_COLOR_TYPE_GRAY,
-         1,
-         false,
-         9,
-         {0b10100000, 0b10000000},
-         {},
-         {},
-         kRgb,
-         {255, 255, 255, 0, 0, 0, 255, 255, 255, 0, 0,   0,   0,  0,
-          0,   0,   0,   0, 0, 0, 0,   0,   0,   0, 255, 255, 255}},
-        {"gray+alpha",
-         PNG_COLOR_TYPE_GRAY_ALPHA,
-         8,
-         false,
-         2,
-         {10, 20, 30, 40},
-         {},
-         {},
-         kRgba,
+        {"gray8", PNG_COLOR_TYPE_GRAY, 8, false, 2, {10, 200}, {}, {}, kRgb, {10, 10, 10, 200, 200, 200}},
+        {"gray1 across a byte", PNG_COLOR_TYPE_GRAY, 1, false, 9, {0b10100000, 0b10000000}, {}, {}, kRgb,
+         {255, 255, 255, 0, 0, 0, 255, 255, 255, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 255, 255, 255}},
+        {"gray+alpha", PNG_COLOR_TYPE_GRAY_ALPHA, 8, false, 2, {10, 20, 30, 40}, {}, {}, kRgba,
          {10, 10, 10, 20, 30, 30, 30, 40}},
-        {"palette 4-bit with tRNS",
-         PNG_COLOR_TYPE_PALETTE,
-         4,
-         false,
-         3,
-         {0x01, 0x20},
-         {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}},
-         {255, 128},
-         kRgba,
-         {1, 2, 3, 255, 4, 5, 6, 128, 7, 8, 9, 255}},
-        {"palette 8-bit",
-         PNG_COLOR_TYPE_PALETTE,
-         8,
-         false,
-         2,
-         {1, 0},
-         {{1, 2, 3}, {4, 5, 6}},
-         {},
-         kRgb,
+        {"palette 4-bit with tRNS", PNG_COLOR_TYPE_PALETTE, 4, false, 3, {0x01, 0x20},
+         {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}}, {255, 128}, kRgba, {1, 2, 3, 255, 4, 5, 6, 128, 7, 8, 9, 255}},
+        {"palette 8-bit", PNG_COLOR_TYPE_PALETTE, 8, false, 2, {1, 0}, {{1, 2, 3}, {4, 5, 6}}, {}, kRgb,
          {4, 5, 6, 1, 2, 3}},
-        {"rgb 16-bit",
-         PNG_COLOR_TYPE_RGB,
-         16,
-         false,
-         1,
-         {0x12, 0x34, 0xAB, 0xCD, 0xFF, 0x00},
-         {},
-         {},
-         kRgb,
+        {"rgb 16-bit", PNG_COLOR_TYPE_RGB, 16, false, 1, {0x12, 0x34, 0xAB, 0xCD, 0xFF, 0x00}, {}, {}, kRgb,
          {0x12, 0xAB, 0xFF}},
-        {"rgba interlaced",
-         PNG_COLOR_TYPE_RGBA,
-         8,
-         true,
-         3,
-         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12},
-         {},
-         {},
-         kRgba,
-         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}},
+        {"rgba interlaced", PNG_COLOR_TYPE_RGBA, 8, true, 3, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}, {}, {},
+         kRgba, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}},
     };
+    // clang-format on
     for (const PngInput& in : inputs) {
         SCOPED_TRACE(in.name);
         writePngWithLibpng(path("in.png"), in);
@@ -141,33 +85,29 @@ TEST_F(PngTest, ExpandsEveryInputKindTo8BitRgbOrRgba) {
 }
 
 // A valid file cut in half must be refused, not decoded into a partly blank picture.
-TEST_F(PngTest, RejectsTruncatedAndCorruptFiles) {
+TEST_F(PngTest, RejectsTruncatedCorruptAndAbsurdFiles) {
     writeImage(path("full.png"), noiseImage(kRgb, 64, 64));
     std::vector<uint8_t> bytes = readBytes(path("full.png"));
     writeBytes(path("half.png"), {bytes.begin(), bytes.begin() + bytes.size() / 2});
-    expectMentions(errorOf([&] { readImage(path("half.png")); }), {path("half.png"), "truncated"});
-
+    expectReadFails("half.png", {"truncated"});
     writeBytes(path("noend.png"), {bytes.begin(), bytes.end() - 12});  // without IEND
-    expectMentions(errorOf([&] { readImage(path("noend.png")); }), {path("noend.png"), "PNG"});
-
+    expectReadFails("noend.png", {"PNG"});
     bytes[bytes.size() / 2] ^= 0x55;  // inside IDAT: the CRC no longer matches
     writeBytes(path("flipped.png"), bytes);
-    expectMentions(errorOf([&] { readImage(path("flipped.png")); }), {path("flipped.png"), "PNG"});
-
+    expectReadFails("flipped.png", {"PNG"});
     writeBytes(path("text.png"), {'h', 'e', 'l', 'l', 'o'});
-    expectMentions(errorOf([&] { readImage(path("text.png")); }), {"not a PNG"});
-}
+    expectReadFails("text.png", {"not a PNG"});
 
-TEST_F(PngTest, RejectsAbsurdDimensionsBeforeAllocating) {
+    // Refused before allocating: IHDR's width (bytes 16..19) becomes 70000, with its CRC
+    // (29..32) made valid again.
     writeImage(path("a.png"), noiseImage(kRgb, 3, 2));
-    std::vector<uint8_t> bytes = readBytes(path("a.png"));
-    // IHDR's width (bytes 16..19) becomes 70000, with its CRC (29..32) made valid again.
+    bytes = readBytes(path("a.png"));
     const uint32_t width = 70000;
     for (int i = 0; i < 4; ++i) bytes[16 + i] = uint8_t(width >> (24 - 8 * i));
     const uint32_t crc = uint32_t(::crc32(0, bytes.data() + 12, 17));
     for (int i = 0; i < 4; ++i) bytes[29 + i] = uint8_t(crc >> (24 - 8 * i));
     writeBytes(path("wide.png"), bytes);
-    expectMentions(errorOf([&] { readImage(path("wide.png")); }), {path("wide.png"), "limit"});
+    expectReadFails("wide.png", {"limit"});
 }
 
 double meanAbsDifference(const Image& a, const Image& b) {
@@ -176,22 +116,16 @@ double meanAbsDifference(const Image& a, const Image& b) {
     return sum / double(a.data.size());
 }
 
-Image smoothRgb(int width, int height) {
-    Image image{width, height, kRgb, {}};
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            image.data.push_back(uint8_t(x * 255 / width));
-            image.data.push_back(uint8_t(y * 255 / height));
-            image.data.push_back(uint8_t(128 + (x - y) / 4));
-        }
-    }
-    return image;
-}
-
-class JpegTest : public IoTest {};
+using JpegTest = IoTest;
 
 TEST_F(JpegTest, RoundTripIsCloseAndQualityMatters) {
-    const Image image = smoothRgb(67, 45);
+    Image image{67, 45, kRgb, {}};  // smooth, as photographs are
+    for (int y = 0; y < 45; ++y) {
+        for (int x = 0; x < 67; ++x) {
+            image.data.insert(image.data.end(), {uint8_t(x * 255 / 67), uint8_t(y * 255 / 45),
+                                                 uint8_t(128 + (x - y) / 4)});
+        }
+    }
     writeImage(path("q92.jpg"), image);
     writeImage(path("q10.JPEG"), image, {10});
     const Image high = readImage(path("q92.jpg"));
@@ -219,8 +153,7 @@ TEST_F(JpegTest, GrayscaleComesOutAsRgb) {
     jpeg_set_quality(&cinfo, 100, TRUE);
     jpeg_start_compress(&cinfo, TRUE);
     std::vector<uint8_t> row(16, 77);
-    while (cinfo.next_scanline < cinfo.image_height) {
-        JSAMPROW r = row.data();
+    for (JSAMPROW r = row.data(); cinfo.next_scanline < cinfo.image_height;) {
         jpeg_write_scanlines(&cinfo, &r, 1);
     }
     jpeg_finish_compress(&cinfo);
@@ -238,26 +171,24 @@ TEST_F(JpegTest, RejectsTruncatedAndForeignFiles) {
     writeImage(path("full.jpg"), noiseImage(kRgb, 64, 64));
     const std::vector<uint8_t> bytes = readBytes(path("full.jpg"));
     writeBytes(path("half.jpg"), {bytes.begin(), bytes.begin() + bytes.size() / 2});
-    expectMentions(errorOf([&] { readImage(path("half.jpg")); }), {path("half.jpg"), "JPEG"});
-
+    expectReadFails("half.jpg", {"JPEG"});
     writeImage(path("a.png"), noiseImage(kRgb, 4, 4));
     fs::rename(path("a.png"), path("png.jpg"));
-    expectMentions(errorOf([&] { readImage(path("png.jpg")); }), {path("png.jpg"), "Not a JPEG"});
+    expectReadFails("png.jpg", {"Not a JPEG"});
     writeBytes(path("empty.jpg"), {});
-    expectMentions(errorOf([&] { readImage(path("empty.jpg")); }), {path("empty.jpg")});
+    expectReadFails("empty.jpg", {});
 }
 
 std::vector<uint8_t> y4m(const std::string& header, const std::vector<Image>& frames) {
     std::vector<uint8_t> bytes(header.begin(), header.end());
     for (const Image& frame : frames) {
-        const std::string marker = "FRAME\n";
-        bytes.insert(bytes.end(), marker.begin(), marker.end());
+        for (char c : std::string("FRAME\n")) bytes.push_back(uint8_t(c));
         bytes.insert(bytes.end(), frame.data.begin(), frame.data.end());
     }
     return bytes;
 }
 
-class Y4mTest : public IoTest {};
+using Y4mTest = IoTest;
 
 TEST_F(Y4mTest, WritesAStandardHeader) {
     const Image image = noiseImage(kYuv420, 33, 17);
@@ -275,37 +206,31 @@ TEST_F(Y4mTest, Accepts420VariantsAndPicksFrames) {
         writeBytes(path("a.y4m"),
                    y4m(std::string("YUV4MPEG2 W5 H3 F25:1") + chroma + "\n", frames));
         EXPECT_EQ(readImage(path("a.y4m")).data, frames[0].data) << chroma;
-        RawOptions second;
-        second.frame = 2;
-        EXPECT_EQ(readImage(path("a.y4m"), second).data, frames[2].data) << chroma;
+        EXPECT_EQ(readImage(path("a.y4m"), {0, 0, 0, 2}).data, frames[2].data) << chroma;
     }
-    RawOptions beyond;
-    beyond.frame = 3;
-    expectMentions(errorOf([&] { readImage(path("a.y4m"), beyond); }), {"3 frame(s)"});
+    expectReadFails("a.y4m", {"3 frame(s)"}, {0, 0, 0, 3});
 }
 
 TEST_F(Y4mTest, RejectsWhatItCannotRead) {
     const std::vector<Image> frame{noiseImage(kYuv420, 4, 2)};
-    const std::pair<std::string, const char*> cases[] = {
-        {"YUV4MPEG2 W4 H2 C444\n", "C444"},
-        {"YUV4MPEG2 W4 H2 C420p10\n", "C420p10"},
-        {"YUV4MPEG2 W4 H2 It C420jpeg\n", "interlaced"},
-        {"YUV4MPEG2 H2 C420jpeg\n", "width"},
-        {"YUV4MPEG2 W0 H2\n", "invalid size"},
-        {"YUV4MPEG2 W99999 H2\n", "limit"},
-        {"YUV4MPEG2 Wfour H2\n", "Wfour"},
-        {"YUV4MPEG W4 H2\n", "not a Y4M"},
-    };
-    for (const auto& [header, cause] : cases) {
-        writeBytes(path("a.y4m"), y4m(header, frame));
-        expectMentions(errorOf([&] { readImage(path("a.y4m")); }), {path("a.y4m"), cause});
-    }
     std::vector<uint8_t> cut = y4m("YUV4MPEG2 W4 H2\n", frame);
     cut.pop_back();
-    writeBytes(path("a.y4m"), cut);
-    expectMentions(errorOf([&] { readImage(path("a.y4m")); }), {"truncated"});
-    writeBytes(path("a.y4m"), y4m("YUV4MPEG2 W4 H2\n", {}));
-    expectMentions(errorOf([&] { readImage(path("a.y4m")); }), {"0 frame(s)"});
+    const std::pair<std::vector<uint8_t>, const char*> cases[] = {
+        {y4m("YUV4MPEG2 W4 H2 C444\n", frame), "C444"},
+        {y4m("YUV4MPEG2 W4 H2 C420p10\n", frame), "C420p10"},
+        {y4m("YUV4MPEG2 W4 H2 It C420jpeg\n", frame), "interlaced"},
+        {y4m("YUV4MPEG2 H2 C420jpeg\n", frame), "width"},
+        {y4m("YUV4MPEG2 W0 H2\n", frame), "invalid size"},
+        {y4m("YUV4MPEG2 W99999 H2\n", frame), "limit"},
+        {y4m("YUV4MPEG2 Wfour H2\n", frame), "Wfour"},
+        {y4m("YUV4MPEG W4 H2\n", frame), "not a Y4M"},
+        {cut, "truncated"},
+        {y4m("YUV4MPEG2 W4 H2\n", {}), "0 frame(s)"},
+    };
+    for (const auto& [bytes, cause] : cases) {
+        writeBytes(path("a.y4m"), bytes);
+        expectReadFails("a.y4m", {cause});
+    }
 }
 
 }  // namespace

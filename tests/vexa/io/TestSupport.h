@@ -3,10 +3,8 @@
 #define VEXA_IO_TEST_TESTSUPPORT_H
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -22,37 +20,14 @@ namespace vexa::io::test {
 
 namespace fs = std::filesystem;
 
-class IoTest : public mivo::test::ScratchDirTest {
-  protected:
-    IoTest() : ScratchDirTest("vexa_io_test") {}
-
-    void SetUp() override {
-        ScratchDirTest::SetUp();
-        dir_ = scratch();
-    }
-
-    std::string path(const std::string& name) const { return (dir_ / name).string(); }
-
-    // File names in the scratch folder, sorted; shows leftovers such as temporaries.
-    std::vector<std::string> entries() const {
-        std::vector<std::string> names;
-        for (const auto& e : fs::directory_iterator(dir_)) names.push_back(e.path().filename());
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-
-    fs::path dir_;
-};
-
 inline std::vector<uint8_t> readBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 inline void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()),
-              static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
 }
 
 // Noise, so that a swapped plane, row or byte changes the content.
@@ -67,23 +42,51 @@ inline Image noiseImage(int colorFormat, int width, int height, uint32_t seed = 
     return image;
 }
 
-// The message of the IoError f throws; fails the test if it throws none.
+// Checks that f throws an IoError whose message holds every one of `parts`.
 template <typename F>
-std::string errorOf(F&& f) {
+void expectIoError(F&& f, const std::vector<std::string>& parts) {
     try {
         f();
+        ADD_FAILURE() << "expected an IoError";
     } catch (const IoError& e) {
-        return e.what();
+        const std::string message = e.what();
+        for (const std::string& part : parts) {
+            EXPECT_NE(message.find(part), std::string::npos)
+                << "'" << part << "' not in: " << message;
+        }
     }
-    ADD_FAILURE() << "expected an IoError";
-    return {};
 }
 
-inline void expectMentions(const std::string& message, std::initializer_list<std::string> parts) {
-    for (const std::string& part : parts) {
-        EXPECT_NE(message.find(part), std::string::npos) << "'" << part << "' not in: " << message;
+class IoTest : public mivo::test::ScratchDirTest {
+  protected:
+    IoTest() : ScratchDirTest("vexa_io_test") {}
+
+    std::string path(const std::string& name) const { return (scratch() / name).string(); }
+
+    // File names in the scratch folder, sorted; shows leftovers such as temporaries.
+    std::vector<std::string> entries() const {
+        std::vector<std::string> names;
+        for (const auto& e : fs::directory_iterator(scratch()))
+            names.push_back(e.path().filename());
+        std::sort(names.begin(), names.end());
+        return names;
     }
-}
+
+    // Reading or writing `name` fails with a message naming the file and every one of `parts`.
+    void expectReadFails(const std::string& name, std::initializer_list<std::string> parts,
+                         const RawOptions& raw = {}) const {
+        std::vector<std::string> all{path(name)};
+        all.insert(all.end(), parts);
+        expectIoError([&] { readImage(path(name), raw); }, all);
+    }
+    void expectWriteFails(const std::string& name, const Image& image,
+                          std::initializer_list<std::string> parts,
+                          const WriteOptions& options = {}) const {
+        std::vector<std::string> all{path(name)};
+        all.insert(all.end(), parts);
+        expectIoError([&] { writeImage(path(name), image, options); }, all);
+    }
+};
 
 }  // namespace vexa::io::test
 
