@@ -7,6 +7,7 @@ namespace {
 using vexa::io::kNv12;
 using vexa::io::kRgb;
 using vexa::io::kYuv420;
+using Names = std::vector<std::string>;
 
 class BatchTest : public CliTest {
   protected:
@@ -14,23 +15,30 @@ class BatchTest : public CliTest {
         CliTest::SetUp();
         fs::create_directories(path("in"));
         for (int i = 0; i < 5; ++i) {
-            save("in/p" + std::to_string(i) + ".png", noise(kRgb, 20 + 2 * i, 10, i + 1));
+            save("in/p" + std::to_string(i) + ".png", noiseImage(kRgb, 20 + 2 * i, 10, i + 1));
         }
         writeBytes(path("in/notes.txt"), "not a picture");
+    }
+
+    // Runs a batch expecting `code`, `failed` errors naming `failures`, and the summary line.
+    Outcome batch(const Names& args, int code, size_t files, size_t failed,
+                  const Names& failures = {}) {
+        const Outcome run = vexa(args);
+        EXPECT_EQ(run.code, code) << run.dump();
+        EXPECT_EQ(countOf(run.err, "vexa: error: "), failed) << run.err;
+        expectMentions(run.err, failures);
+        const std::string summary =
+            std::to_string(files) + " files, " + std::to_string(failed) + " failed, ";
+        EXPECT_EQ(run.out.rfind(summary, 0), 0u) << run.out;
+        return run;
     }
 };
 
 TEST_F(BatchTest, OneBadFileIsReportedAndTheOthersAreWritten) {
-    const std::string png = slurp(path("in/p0.png"));
-    writeBytes(path("in/bad.png"), png.substr(0, 40));
-    const Outcome run = vexa({"rot", "in", "--angle", "90", "-o", "out", "-j", "2"});
-    EXPECT_EQ(run.code, 1) << run.dump();
-    EXPECT_EQ(countOf(run.err, "vexa: error: "), 1u) << run.err;
-    EXPECT_TRUE(contains(run.err, "bad.png")) << run.err;
-    EXPECT_TRUE(contains(run.err, "truncated")) << run.err;
-    EXPECT_EQ(run.out.rfind("6 files, 1 failed, ", 0), 0u) << run.out;
-    EXPECT_EQ(entries("out"),
-              (std::vector<std::string>{"p0.png", "p1.png", "p2.png", "p3.png", "p4.png"}));
+    writeBytes(path("in/bad.png"), slurp(path("in/p0.png")).substr(0, 40));
+    batch({"rot", "in", "--angle", "90", "-o", "out", "-j", "2"}, 1, 6, 1,
+          {"bad.png", "truncated"});
+    EXPECT_EQ(entries("out"), (Names{"p0.png", "p1.png", "p2.png", "p3.png", "p4.png"}));
     for (int i = 0; i < 5; ++i) {
         const Image out = load("out/p" + std::to_string(i) + ".png");
         EXPECT_EQ(out.width, 10);
@@ -40,85 +48,64 @@ TEST_F(BatchTest, OneBadFileIsReportedAndTheOthersAreWritten) {
 
 TEST_F(BatchTest, FailuresOfTheOperationItselfAreCountedPerFile) {
     // Only the widest pictures hold the rectangle.
-    const Outcome run = vexa({"crop", "in", "--rect", "0,0,25,4", "-o", "out", "-j", "2"});
-    EXPECT_EQ(run.code, 1) << run.dump();
-    EXPECT_EQ(countOf(run.err, "vexa: error: "), 3u) << run.err;
-    for (const char* name : {"p0.png", "p1.png", "p2.png"}) {
-        EXPECT_TRUE(contains(run.err, name)) << run.err;
-    }
-    EXPECT_EQ(run.out.rfind("5 files, 3 failed, ", 0), 0u) << run.out;
-    EXPECT_EQ(entries("out"), (std::vector<std::string>{"p3.png", "p4.png"}));
+    batch({"crop", "in", "--rect", "0,0,25,4", "-o", "out", "-j", "2"}, 1, 5, 3,
+          {"p0.png", "p1.png", "p2.png"});
+    EXPECT_EQ(entries("out"), (Names{"p3.png", "p4.png"}));
 }
 
 TEST_F(BatchTest, AllGoodWithAnotherOutputType) {
-    save("extra.yuv", noise(kYuv420, 16, 8));
-    const Outcome run = vexa({"rsz", "in", "extra.yuv", "--size", "16x8", "--to", "12x6", "--ext",
-                              "nv12", "-o", "out", "-j", "3"});
-    EXPECT_EQ(run.code, 0) << run.dump();
+    save("extra.yuv", noiseImage(kYuv420, 16, 8));
+    const Outcome run = batch({"rsz", "in", "extra.yuv", "--size", "16x8", "--to", "12x6", "--ext",
+                               "nv12", "-o", "out", "-j", "3"},
+                              0, 6, 0);
     EXPECT_EQ(run.err, "");
-    EXPECT_EQ(run.out.rfind("6 files, 0 failed, ", 0), 0u) << run.out;
-    const std::vector<std::string> names = entries("out");
-    EXPECT_EQ(names, (std::vector<std::string>{"extra.nv12", "p0.nv12", "p1.nv12", "p2.nv12",
-                                               "p3.nv12", "p4.nv12"}));
+    const Names names = entries("out");
+    EXPECT_EQ(names, (Names{"extra.nv12", "p0.nv12", "p1.nv12", "p2.nv12", "p3.nv12", "p4.nv12"}));
     for (const std::string& name : names) {
         EXPECT_EQ(load("out/" + name, 12, 6).colorFormat, kNv12) << name;
     }
 }
 
 TEST_F(BatchTest, RefusedBeforeAnythingRuns) {
-    // Two inputs whose outputs would share a name.
-    save("in/p0.jpg", noise(kRgb, 8, 8));
-    Outcome run = vexa({"rot", "in", "--angle", "90", "--ext", "png", "-o", "out"});
-    EXPECT_EQ(run.code, 2) << run.dump();
-    EXPECT_TRUE(contains(run.err, "p0.png") && contains(run.err, "p0.jpg")) << run.err;
-    EXPECT_FALSE(fs::exists(path("out")) && !fs::is_empty(path("out")));
-
-    run = vexa({"rot", "in/p1.png", "in/p2.png", "--angle", "90"});
-    EXPECT_EQ(run.code, 2) << run.dump();
-    EXPECT_TRUE(contains(run.err, "output folder")) << run.err;
-
+    save("in/p0.jpg", noiseImage(kRgb, 8, 8));  // its output would share a name with p0.png's
     fs::create_directories(path("empty"));
-    run = vexa({"rot", "empty", "--angle", "90", "-o", "out"});
-    EXPECT_EQ(run.code, 2) << run.dump();
-    EXPECT_TRUE(contains(run.err, "empty")) << run.err;
+    for (const auto& [args, parts] : std::vector<std::pair<Names, Names>>{
+             {{"rot", "in", "--angle", "90", "--ext", "png", "-o", "out"}, {"p0.png", "p0.jpg"}},
+             {{"rot", "in/p1.png", "in/p2.png", "--angle", "90"}, {"output folder"}},
+             {{"rot", "empty", "--angle", "90", "-o", "out"}, {"empty"}}}) {
+        const Outcome run = vexa(args);
+        EXPECT_EQ(run.code, 2) << run.dump();
+        expectMentions(run.err, parts);
+        EXPECT_FALSE(fs::exists(path("out")) && !fs::is_empty(path("out")));
+    }
 }
 
 using InfoTest = CliTest;
 
 TEST_F(InfoTest, PrintsTheBufferAndTheRecord) {
-    save("in.png", noise(kRgb, 12, 6));
-    Outcome run = vexa({"info", "in.png"});
-    ASSERT_EQ(run.code, 0) << run.dump();
-    for (const char* part : {"in.png: 12x6 rgb", "form=", "format=", "data=", "colorFormat=",
-                             "plane 0: 12x6 stride=36"}) {
-        EXPECT_TRUE(contains(run.out, part)) << part << " not in:\n" << run.out;
-    }
+    save("in.png", noiseImage(kRgb, 12, 6));
+    save("in.nv12", noiseImage(kNv12, 10, 6));
+    Outcome run = ok({"info", "in.png"});
+    expectMentions(run.out, {"in.png: 12x6 rgb", "form=", "format=", "data=", "colorFormat=",
+                             "plane 0: 12x6 stride=36"});
     EXPECT_FALSE(contains(run.out, "plane 1"));
-
-    save("in.nv12", noise(kNv12, 10, 6));
-    run = vexa({"info", "in.nv12", "--size", "10x6"});
-    ASSERT_EQ(run.code, 0) << run.dump();
-    EXPECT_TRUE(contains(run.out, "10x6 nv12")) << run.out;
-    EXPECT_TRUE(contains(run.out, "plane 1: 5x3")) << run.out;
+    run = ok({"info", "in.nv12", "--size", "10x6"});
+    expectMentions(run.out, {"10x6 nv12", "plane 1: 5x3"});
     EXPECT_FALSE(contains(run.out, "plane 2"));
 
-    run = vexa({"info", "in.nv12"});
-    EXPECT_EQ(run.code, 1) << run.dump();
-    EXPECT_TRUE(contains(run.err, "in.nv12")) << run.err;
-    run = vexa({"info", "nothing.png"});
-    EXPECT_EQ(run.code, 1) << run.dump();
-    EXPECT_TRUE(contains(run.err, "nothing.png")) << run.err;
+    for (const char* name : {"in.nv12", "nothing.png"}) {
+        run = vexa({"info", name});
+        EXPECT_EQ(run.code, 1) << run.dump();
+        expectMentions(run.err, {name});
+    }
 }
 
 TEST_F(InfoTest, VerboseShowsWhatTheLibraryWasHanded) {
-    save("in.png", noise(kRgb, 34, 18));
-    const Outcome run = vexa({"rszPd", "in.png", "--factor", "4", "-v", "-o", "out.png"});
-    ASSERT_EQ(run.code, 0) << run.dump();
+    save("in.png", noiseImage(kRgb, 34, 18));
+    const Outcome run = ok({"rszPd", "in.png", "--factor", "4", "-v", "-o", "out.png"});
     // Packed input is made planar and cut to a multiple of 8 before downscaling.
-    EXPECT_TRUE(contains(run.out, "trimming 34x18 to 32x16")) << run.out;
-    EXPECT_TRUE(contains(run.out, "input record: colorFormat=")) << run.out;
-    EXPECT_TRUE(contains(run.out, "output record: colorFormat=")) << run.out;
-    EXPECT_TRUE(contains(run.out, "rszPd returned 0")) << run.out;
+    expectMentions(run.out, {"trimming 34x18 to 32x16", "input record: colorFormat=",
+                             "output record: colorFormat=", "rszPd returned 0"});
     EXPECT_EQ(load("out.png").width, 8);
 }
 

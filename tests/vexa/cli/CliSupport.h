@@ -5,19 +5,17 @@
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "../io/TestSupport.h"
 #include "ScratchDir.h"
 #include "vexa/io/ImageFile.h"
 
@@ -94,26 +92,20 @@ class CliTest : public mivo::test::ScratchDirTest {
         vexa::io::writeImage(path(name), image);
     }
     Image load(const std::string& name, int width = 0, int height = 0) const {
-        vexa::io::RawOptions raw;
-        raw.width = width;
-        raw.height = height;
-        return vexa::io::readImage(path(name), raw);
+        return vexa::io::readImage(path(name), {width, height});
+    }
+
+    // Runs a command that must succeed.
+    Outcome ok(const std::vector<std::string>& args) const {
+        Outcome run = vexa(args);
+        EXPECT_EQ(run.code, 0) << run.dump();
+        return run;
     }
 
     fs::path root_;
 };
 
-// Noise, so that a swapped row, column or channel changes the content.
-inline Image noise(int colorFormat, int width, int height, uint32_t seed = 1) {
-    Image image{width, height, colorFormat, {}};
-    image.data.resize(vexa::io::imageByteSize(colorFormat, width, height));
-    uint32_t state = seed * 2654435761u + 12345u;
-    for (uint8_t& b : image.data) {
-        state = state * 1664525u + 1013904223u;
-        b = static_cast<uint8_t>(state >> 24);
-    }
-    return image;
-}
+using vexa::io::test::noiseImage;
 
 inline Image solidRgb(int width, int height, uint8_t r, uint8_t g, uint8_t b) {
     Image image{width, height, vexa::io::kRgb, {}};
@@ -121,22 +113,16 @@ inline Image solidRgb(int width, int height, uint8_t r, uint8_t g, uint8_t b) {
     return image;
 }
 
-// The pixel of a packed picture at (x, y), as its bytes.
-inline std::vector<uint8_t> pixel(const Image& image, int x, int y) {
-    const size_t bytes = image.data.size() / (static_cast<size_t>(image.width) * image.height);
-    const auto at = image.data.begin() + (static_cast<size_t>(y) * image.width + x) * bytes;
-    return {at, at + static_cast<std::ptrdiff_t>(bytes)};
-}
-
 // The packed picture whose pixel (x, y) is source pixel from(x, y).
 template <typename F>
 Image remap(const Image& source, int width, int height, F from) {
+    const size_t bytes = source.data.size() / (size_t(source.width) * source.height);
     Image image{width, height, source.colorFormat, {}};
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x) {
             const auto [sx, sy] = from(x, y);
-            const std::vector<uint8_t> p = pixel(source, sx, sy);
-            image.data.insert(image.data.end(), p.begin(), p.end());
+            const auto at = source.data.begin() + (size_t(sy) * source.width + sx) * bytes;
+            image.data.insert(image.data.end(), at, at + std::ptrdiff_t(bytes));
         }
     }
     return image;
@@ -153,11 +139,16 @@ inline bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
+inline void expectMentions(const std::string& text, const std::vector<std::string>& parts) {
+    for (const std::string& part : parts) {
+        EXPECT_TRUE(contains(text, part)) << "'" << part << "' not in:\n" << text;
+    }
+}
+
 inline size_t countOf(const std::string& text, const std::string& part) {
     size_t count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
         ++count;
-    }
     return count;
 }
 
