@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <string>
 
 namespace mivo::test {
 namespace {
@@ -129,7 +128,7 @@ void expectModel(const Image& src, const Image& dst) {
     }
 }
 
-class DownscaleTest : public PluginTest {};
+using DownscaleTest = PluginTest;
 
 TEST_F(DownscaleTest, EdgeStaysSharp) {
     // Left half 0, right half 255: four block columns 0, 0, 1, 1.
@@ -154,13 +153,6 @@ TEST_F(DownscaleTest, DetailRatioIsCappedAtOne) {
     EXPECT_EQ(dst.plane(0)[1], 0);
 }
 
-TEST_F(DownscaleTest, HandSizedLumaMatchesTheModel) {
-    Image src = randomImage(COLOR_FORMAT_NV12, 8, 8, 42);
-    Image dst(COLOR_FORMAT_NV12, 4, 4);
-    perceptualDownscale(src.record, dst.record);
-    expectModel(src, dst);
-}
-
 TEST_F(DownscaleTest, UniformInputGivesTheBlockMean) {
     for (const int v : {0, 1, 17, 128, 200, 254, 255}) {
         Image src(COLOR_FORMAT_YUV420, 16, 12,
@@ -176,22 +168,17 @@ TEST_F(DownscaleTest, UniformInputGivesTheBlockMean) {
 
 TEST_F(DownscaleTest, VectorKernelEqualsScalarAndTheModel) {
     struct Case {
-        int colorFormat;
-        int cols;
-        int rows;
-        int outCols;
-        int outRows;
+        int colorFormat, cols, rows, outCols, outRows;
     };
     const Case cases[] = {
-        {COLOR_FORMAT_NV12, 37, 23, 12, 7},    {COLOR_FORMAT_NV21, 53, 41, 13, 10},
-        {COLOR_FORMAT_NV12, 101, 33, 50, 16},  {COLOR_FORMAT_YUV420, 29, 19, 9, 6},
-        {COLOR_FORMAT_YUV420, 67, 45, 16, 11}, {COLOR_FORMAT_RGBA, 37, 23, 12, 7},
-        {COLOR_FORMAT_RGB, 31, 17, 15, 8},
+        {COLOR_FORMAT_NV12, 8, 8, 4, 4},     {COLOR_FORMAT_NV12, 37, 23, 12, 7},
+        {COLOR_FORMAT_NV21, 53, 41, 13, 10}, {COLOR_FORMAT_NV12, 101, 33, 50, 16},
+        {COLOR_FORMAT_YUV420, 29, 19, 9, 6}, {COLOR_FORMAT_YUV420, 67, 45, 16, 11},
+        {COLOR_FORMAT_RGBA, 37, 23, 12, 7},  {COLOR_FORMAT_RGB, 31, 17, 15, 8},
     };
     unsigned seed = 7;
     for (const Case& c : cases) {
-        SCOPED_TRACE(std::to_string(c.colorFormat) + " " + std::to_string(c.cols) + "x" +
-                     std::to_string(c.rows));
+        SCOPED_TRACE(testing::Message() << c.colorFormat << " " << c.cols << "x" << c.rows);
         const Image src = randomImage(c.colorFormat, c.cols, c.rows, seed++);
         Image vector(c.colorFormat, c.outCols, c.outRows);
         Image scalar(c.colorFormat, c.outCols, c.outRows);
@@ -225,17 +212,20 @@ TEST_F(DownscaleTest, RowsBelowTheLastWholeBlockAreIgnored) {
     }
 }
 
+bool untouchedFrom(const Image& image, size_t from) {
+    return std::all_of(image.bytes.begin() + from, image.bytes.end(),
+                       [](uint8_t b) { return b == kUntouched; });
+}
+
 TEST_F(DownscaleTest, WiderOutputComputesNothing) {
     const Image src = randomImage(COLOR_FORMAT_NV12, 16, 8, 9);
     Image dst(COLOR_FORMAT_NV12, 32, 16);
     EXPECT_EQ(Plugin::rszPd(*src.buffer, *dst.buffer, nullptr), 0);
-    EXPECT_TRUE(
-        std::all_of(dst.bytes.begin(), dst.bytes.end(), [](uint8_t b) { return b == kUntouched; }));
+    EXPECT_TRUE(untouchedFrom(dst, 0));
     _ZOCA_IMGB none = dst.record;
     none.width[0] = 0;
     perceptualDownscale(src.record, none);
-    EXPECT_TRUE(
-        std::all_of(dst.bytes.begin(), dst.bytes.end(), [](uint8_t b) { return b == kUntouched; }));
+    EXPECT_TRUE(untouchedFrom(dst, 0));
 }
 
 // 64 / 40 gives k = 1: rows of 64 samples, which the 40-column planes cannot take whole.
@@ -244,9 +234,7 @@ TEST_F(DownscaleTest, UnevenFactorStaysInsideTheDestinationPlanes) {
         const Image src = randomImage(cf, 64, 48, 21);
         Image dst(cf, 40, 30);
         perceptualDownscale(src.record, dst.record);
-        EXPECT_TRUE(std::all_of(dst.bytes.begin() + dst.end, dst.bytes.end(), [](uint8_t b) {
-            return b == kUntouched;
-        })) << cf;
+        EXPECT_TRUE(untouchedFrom(dst, dst.end)) << cf;
     }
     // The rows that fit are those of the unclipped computation.
     const Image src = randomImage(COLOR_FORMAT_RGBA, 64, 48, 22);
@@ -260,7 +248,7 @@ TEST_F(DownscaleTest, UnevenFactorStaysInsideTheDestinationPlanes) {
 
 TEST_F(DownscaleTest, OperationFillsAFreshOutput) {
     const Image src = randomImage(COLOR_FORMAT_NV21, 40, 24, 13);
-    const std::shared_ptr<MediaBuffer> out = emptySlot(imageFormat(COLOR_FORMAT_NV21, 20, 12));
+    const Buffer out = emptySlot(imageFormat(COLOR_FORMAT_NV21, 20, 12));
     EXPECT_EQ(Plugin::rszPd(*src.buffer, *out, nullptr), 0);
     ASSERT_NE(held(out), nullptr);
     Image expected(COLOR_FORMAT_NV21, 20, 12);

@@ -27,6 +27,7 @@ using core::OutputSlot;
 using core::detail::CpuMediaBuffer;
 using Plugin = ext::detail::VexaPluginBase;
 using FormatEdit = std::function<void(MutableMediaFormat&)>;
+using Buffer = std::shared_ptr<MediaBuffer>;
 
 inline std::shared_ptr<MediaFormat> imageFormat(int colorFormat, int cols, int rows,
                                                 int colorSpace = COLOR_SPACE_UNKNOWN,
@@ -35,6 +36,10 @@ inline std::shared_ptr<MediaFormat> imageFormat(int colorFormat, int cols, int r
         makeImageFormat(colorFormat, cols, rows, colorSpace);
     if (edit) edit(*format);
     return format->freeze();
+}
+
+inline FormatEdit withExtra(const char* key, FormatExtraValue value) {
+    return [key, value](MutableMediaFormat& f) { f.setExtra(key, value); };
 }
 
 // An owned, zero-filled picture: immutable and not empty.
@@ -80,6 +85,33 @@ class RecordBuffer final : public core::detail::MediaBufferBase {
 
 inline bool sameBytes(const _ZOCA_IMGB& a, const _ZOCA_IMGB& b) {
     return std::memcmp(&a, &b, sizeof(_ZOCA_IMGB)) == 0;
+}
+
+// Whether `buffer` exists with the given size and colour format.
+inline ::testing::AssertionResult hasShape(const std::shared_ptr<MediaBuffer>& buffer, int cols,
+                                           int rows, int colorFormat) {
+    if (!buffer) return ::testing::AssertionFailure() << "no buffer";
+    const int cf = buffer->getFormat()->getColorFormat();
+    if (buffer->getCols() == cols && buffer->getRows() == rows && cf == colorFormat) {
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure()
+           << buffer->getCols() << "x" << buffer->getRows() << " in " << cf << ", not " << cols
+           << "x" << rows << " in " << colorFormat;
+}
+
+// Runs f, which must fail the plugin's assertion with exactly these arguments.
+template <typename F>
+void expectAssertion(F&& f, const char* condition, const char* format, const char* message) {
+    try {
+        f();
+        ADD_FAILURE() << "no assertion";
+    } catch (const AssertionFailure& failure) {
+        EXPECT_EQ(failure.condition, condition);
+        EXPECT_EQ(failure.tag, "MivoVexaPlugin");
+        EXPECT_EQ(failure.format, format);
+        EXPECT_EQ(failure.message, message);
+    }
 }
 
 inline std::vector<uint8_t> randomBytes(size_t n, unsigned seed) {
