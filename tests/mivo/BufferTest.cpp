@@ -30,21 +30,14 @@ struct GeometryCase {
     float bytesPerPixel = -1;  // -1: the colour format's default
 };
 
-void PrintTo(const GeometryCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class GeometryTest : public ::testing::TestWithParam<GeometryCase> {};
-
-TEST_P(GeometryTest, StrideScanlinesAndSize) {
-    const GeometryCase& c = GetParam();
+void expectGeometry(const GeometryCase& c) {
+    SCOPED_TRACE(c.name);
     auto format = makeImageFormat(c.colorFormat, c.cols, c.rows);
     format->setDataType(c.dataType);
     if (c.channels >= 0) format->setChannels(c.channels);
     if (c.bytesPerPixel >= 0) format->setBytesPerPixel(c.bytesPerPixel);
     for (const auto& [key, value] : c.extras) format->setExtra(key, value);
     auto buffer = CpuMediaBuffer::wrap(freeze(*format), nullptr);
-
     EXPECT_EQ(buffer->getRows(), c.rows);
     EXPECT_EQ(buffer->getCols(), c.cols);
     EXPECT_EQ(buffer->getStride(), c.stride);
@@ -53,31 +46,31 @@ TEST_P(GeometryTest, StrideScanlinesAndSize) {
 }
 
 // clang-format off
-INSTANTIATE_TEST_SUITE_P(Buffer, GeometryTest, ::testing::Values(
+TEST(Buffer, StrideScanlinesAndSize) {
+    for (const GeometryCase& c : {
     // The stride extra is in pixels; the stride is in elements.
     GeometryCase{"stride_extra_times_channels", COLOR_FORMAT_RGB, 1080, 4, {{"stride", 1920}},
                  5760, 4, 23040},
-    GeometryCase{"rgba_odd_stride_extra", COLOR_FORMAT_RGBA, 7, 5, {{"stride", 9}}, 36, 5, 180},
-    GeometryCase{"nv12_scanlines_extra", COLOR_FORMAT_NV12, 1920, 1080, {{"scan-lines", 1088}},
-                 1920, 1088, 3133440},
+    {"rgba_odd_stride_extra", COLOR_FORMAT_RGBA, 7, 5, {{"stride", 9}}, 36, 5, 180},
+    {"nv12_scanlines_extra", COLOR_FORMAT_NV12, 1920, 1080, {{"scan-lines", 1088}}, 1920, 1088, 3133440},
     // The extra wins even when it is below the rows.
-    GeometryCase{"scanlines_extra_below_rows", COLOR_FORMAT_RGB, 4, 10, {{"scan-lines", 6}},
-                 12, 6, 72},
-    GeometryCase{"nv12_odd_truncates", COLOR_FORMAT_NV12, 33, 17, {}, 33, 17, 841},
+    {"scanlines_extra_below_rows", COLOR_FORMAT_RGB, 4, 10, {{"scan-lines", 6}}, 12, 6, 72},
+    {"nv12_odd_truncates", COLOR_FORMAT_NV12, 33, 17, {}, 33, 17, 841},
     // The product is rounded to float before the multiplication.
-    GeometryCase{"nv12_float_product", COLOR_FORMAT_NV12, 4097, 4097, {}, 4097, 4097, 25178112},
+    {"nv12_float_product", COLOR_FORMAT_NV12, 4097, 4097, {}, 4097, 4097, 25178112},
     // Multi-plane formats ignore the element type.
-    GeometryCase{"p010_bytes_per_pixel", COLOR_FORMAT_P010, 64, 2, {}, 64, 2, 384, 15},
-    GeometryCase{"vendor_bytes_per_pixel", COLOR_FORMAT_VENDOR_SPECIFIED, 10, 10, {}, 10, 10, 200,
-                 DATA_TYPE_U8, 1, 2.0f},
-    GeometryCase{"rgb_depth_0", COLOR_FORMAT_RGB, 33, 17, {}, 99, 17, 1683},
-    GeometryCase{"gray_u16", COLOR_FORMAT_GRAY, 10, 3, {}, 10, 3, 60, DATA_TYPE_U16},
-    GeometryCase{"rgba_f32", COLOR_FORMAT_RGBA, 5, 2, {}, 20, 2, 160, DATA_TYPE_F32},
+    {"p010_bytes_per_pixel", COLOR_FORMAT_P010, 64, 2, {}, 64, 2, 384, 15},
+    {"vendor_bytes_per_pixel", COLOR_FORMAT_VENDOR_SPECIFIED, 10, 10, {}, 10, 10, 200, DATA_TYPE_U8, 1, 2.0f},
+    {"rgb_depth_0", COLOR_FORMAT_RGB, 33, 17, {}, 99, 17, 1683},
+    {"gray_u16", COLOR_FORMAT_GRAY, 10, 3, {}, 10, 3, 60, DATA_TYPE_U16},
+    {"rgba_f32", COLOR_FORMAT_RGBA, 5, 2, {}, 20, 2, 160, DATA_TYPE_F32},
     // Only the low four bits of the data type are the depth code.
-    GeometryCase{"depth_in_low_bits", COLOR_FORMAT_GRAY, 10, 3, {}, 10, 3, 240, 0x1A},
-    GeometryCase{"depth_11_has_no_size", COLOR_FORMAT_GRAY, 10, 3, {}, 10, 3, 0, 11},
-    GeometryCase{"depth_15_has_no_size", COLOR_FORMAT_RGB, 10, 3, {}, 30, 3, 0, 15}),
-    [](const auto& info) { return std::string(info.param.name); });
+    {"depth_in_low_bits", COLOR_FORMAT_GRAY, 10, 3, {}, 10, 3, 240, 0x1A},
+    {"depth_11_has_no_size", COLOR_FORMAT_GRAY, 10, 3, {}, 10, 3, 0, 11},
+    {"depth_15_has_no_size", COLOR_FORMAT_RGB, 10, 3, {}, 30, 3, 0, 15}}) {
+        expectGeometry(c);
+    }
+}
 // clang-format on
 
 // Stride and scan-lines start from the buffer's own rows and columns.
@@ -342,15 +335,12 @@ TEST(PixelPointer, DataPtrPerAlternative) {
     EXPECT_FALSE(empty->isNotEmpty());
 }
 
-TEST(ColorFormat, Names) {
+TEST(ColorFormat, NamesAndUnknownCodes) {
     const std::pair<int, const char*> names[] = {
         {0, "n/a"},    {1, "opaque"}, {2, "gray"},        {3, "nv12"},  {4, "nv21"},
         {5, "yuv420"}, {6, "p010"},   {7, "p010_zipped"}, {8, "rgb"},   {9, "rgba"},
         {10, "argb"},  {11, "bgr"},   {12, "bgra"},       {13, "abgr"}, {100, "vendor_specified"}};
     for (const auto& [code, name] : names) EXPECT_STREQ(getColorFormatName(code), name) << code;
-}
-
-TEST(ColorFormat, UnknownCodeAsserts) {
     for (int code : {-1, 14, 99, 101}) {
         SCOPED_TRACE(code);
         expectAssertion([code] { getColorFormatName(code); },
@@ -359,15 +349,13 @@ TEST(ColorFormat, UnknownCodeAsserts) {
     }
 }
 
-TEST(OutputSlot, PlainBufferIsNoSlot) {
+TEST(OutputSlot, OnlyASlotIsMutableAndPresentsTheBufferPutIntoIt) {
     auto buffer = CpuMediaBuffer::wrap(imageFormat(COLOR_FORMAT_RGB, 2, 2), nullptr);
     EXPECT_FALSE(buffer->isMutable());
     expectAssertion([&] { (void)static_cast<PlaceHolder<MediaBuffer>&>(*buffer); },
                     {"!(!\"not supported\")", "%s\nnot supported",
                      "core/buffer/MediaBuffer[228] ASSERT(!\"not supported\") failed."});
-}
 
-TEST(OutputSlot, EmptyUntilPutThenPresentsTheBuffer) {
     auto wish = imageFormat(COLOR_FORMAT_RGBA, 6, 4, {{"stride", 8}});
     std::shared_ptr<MediaBuffer> slot = OutputSlot::create(wish);
     EXPECT_TRUE(slot->isMutable());

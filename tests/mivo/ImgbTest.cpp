@@ -3,6 +3,7 @@
 // that covers what a descriptor describes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <variant>
@@ -28,11 +29,13 @@ _ZOCA_IMGB fromPixel(const std::shared_ptr<MediaFormat>& format, const PixelPoin
     return imgbFromPixel(*format, pixels, nullptr);
 }
 
+// The descriptor of a buffer at kBase.
+_ZOCA_IMGB atBase(const std::shared_ptr<MediaFormat>& format) {
+    return fromPixel(format, PixelPointer(std::in_place_index<1>, at(kBase)));
+}
+
 bool allZero(const uint8_t* bytes, size_t n) {
-    for (size_t i = 0; i < n; ++i) {
-        if (bytes[i]) return false;
-    }
-    return true;
+    return std::all_of(bytes, bytes + n, [](uint8_t b) { return b == 0; });
 }
 
 struct PlaneCase {
@@ -45,16 +48,10 @@ struct PlaneCase {
     std::array<uintptr_t, 3> offset;  // from the buffer's address
 };
 
-void PrintTo(const PlaneCase& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class PlaneTest : public ::testing::TestWithParam<PlaneCase> {};
-
-TEST_P(PlaneTest, GeometryAndAddressesFromAPlainAddress) {
-    const PlaneCase& c = GetParam();
+void expectPlanes(const PlaneCase& c) {
+    SCOPED_TRACE(c.name);
     const auto format = imageFormat(c.colorFormat, c.cols, c.rows, c.extras);
-    const _ZOCA_IMGB image = fromPixel(format, PixelPointer(std::in_place_index<1>, at(kBase)));
+    const _ZOCA_IMGB image = atBase(format);
     // A pair's inner address counts, not its first one.
     const _ZOCA_IMGB paired =
         fromPixel(format, PixelPointer(std::in_place_index<3>, at(0x999), PixelAddress(at(kBase))));
@@ -78,35 +75,38 @@ TEST_P(PlaneTest, GeometryAndAddressesFromAPlainAddress) {
 }
 
 // clang-format off
-INSTANTIATE_TEST_SUITE_P(Imgb, PlaneTest, ::testing::Values(
-    PlaneCase{"nv12_1919x1081", COLOR_FORMAT_NV12, 1919, 1081, {}, 6,
+TEST(Imgb, PlaneGeometryAndAddressesFromAPlainAddress) {
+    for (const PlaneCase& c : {
+        PlaneCase{"nv12_1919x1081", COLOR_FORMAT_NV12, 1919, 1081, {}, 6,
               {1919, 960}, {1081, 541}, {1919, 1920}, {0, 2074439}},
-    PlaneCase{"nv21_1x1", COLOR_FORMAT_NV21, 1, 1, {}, 7, {1, 1}, {1, 1}, {1, 2}, {0, 1}},
-    PlaneCase{"nv12_even_stride_extra", COLOR_FORMAT_NV12, 1920, 1080, {{"stride", 2000}}, 6,
+        PlaneCase{"nv21_1x1", COLOR_FORMAT_NV21, 1, 1, {}, 7, {1, 1}, {1, 1}, {1, 2}, {0, 1}},
+        PlaneCase{"nv12_even_stride_extra", COLOR_FORMAT_NV12, 1920, 1080, {{"stride", 2000}}, 6,
               {1920, 960}, {1080, 540}, {2000, 2000}, {0, 2160000}},
-    PlaneCase{"nv12_odd_stride_extra", COLOR_FORMAT_NV12, 1920, 1080, {{"stride", 1999}}, 6,
+        PlaneCase{"nv12_odd_stride_extra", COLOR_FORMAT_NV12, 1920, 1080, {{"stride", 1999}}, 6,
               {1920, 960}, {1080, 540}, {1999, 2000}, {0, 2158920}},
-    PlaneCase{"nv12_scanlines_extra_ignored", COLOR_FORMAT_NV12, 1920, 1080,
+        PlaneCase{"nv12_scanlines_extra_ignored", COLOR_FORMAT_NV12, 1920, 1080,
               {{"scan-lines", 1088}}, 6, {1920, 960}, {1080, 540}, {1920, 1920}, {0, 2073600}},
-    PlaneCase{"nv21_odd_size_even_stride", COLOR_FORMAT_NV21, 33, 17, {{"stride", 34}}, 7,
+        PlaneCase{"nv21_odd_size_even_stride", COLOR_FORMAT_NV21, 33, 17, {{"stride", 34}}, 7,
               {33, 17}, {17, 9}, {34, 34}, {0, 578}},
-    PlaneCase{"yuv420_1x1", COLOR_FORMAT_YUV420, 1, 1, {}, 1,
+        PlaneCase{"yuv420_1x1", COLOR_FORMAT_YUV420, 1, 1, {}, 1,
               {1, 1, 1}, {1, 1, 1}, {1, 1, 1}, {0, 1, 2}},
-    PlaneCase{"yuv420_odd_size_odd_stride", COLOR_FORMAT_YUV420, 33, 17, {{"stride", 35}}, 1,
+        PlaneCase{"yuv420_odd_size_odd_stride", COLOR_FORMAT_YUV420, 33, 17, {{"stride", 35}}, 1,
               {33, 17, 17}, {17, 9, 9}, {35, 18, 18}, {0, 595, 757}},
-    PlaneCase{"yuv420_scanlines_extra_ignored", COLOR_FORMAT_YUV420, 64, 32,
+        PlaneCase{"yuv420_scanlines_extra_ignored", COLOR_FORMAT_YUV420, 64, 32,
               {{"stride", 72}, {"scan-lines", 40}}, 1,
               {64, 32, 32}, {32, 16, 16}, {72, 36, 36}, {0, 2304, 2880}},
-    PlaneCase{"rgb_odd", COLOR_FORMAT_RGB, 33, 17, {}, 400, {33}, {17}, {99}, {0}},
-    PlaneCase{"rgb_stride_extra", COLOR_FORMAT_RGB, 500, 3, {{"stride", 1000}}, 400,
+        PlaneCase{"rgb_odd", COLOR_FORMAT_RGB, 33, 17, {}, 400, {33}, {17}, {99}, {0}},
+        PlaneCase{"rgb_stride_extra", COLOR_FORMAT_RGB, 500, 3, {{"stride", 1000}}, 400,
               {500}, {3}, {3000}, {0}},
-    PlaneCase{"bgr_odd_stride_extra", COLOR_FORMAT_BGR, 7, 5, {{"stride", 9}}, 401,
+        PlaneCase{"bgr_odd_stride_extra", COLOR_FORMAT_BGR, 7, 5, {{"stride", 9}}, 401,
               {7}, {5}, {27}, {0}},
-    PlaneCase{"rgba_odd", COLOR_FORMAT_RGBA, 7, 5, {}, 500, {7}, {5}, {28}, {0}},
-    PlaneCase{"bgra_odd_stride_extra", COLOR_FORMAT_BGRA, 7, 5, {{"stride", 9}}, 501,
+        PlaneCase{"rgba_odd", COLOR_FORMAT_RGBA, 7, 5, {}, 500, {7}, {5}, {28}, {0}},
+        PlaneCase{"bgra_odd_stride_extra", COLOR_FORMAT_BGRA, 7, 5, {{"stride", 9}}, 501,
               {7}, {5}, {36}, {0}},
-    PlaneCase{"argb_1x1", COLOR_FORMAT_ARGB, 1, 1, {}, 502, {1}, {1}, {4}, {0}}),
-    [](const auto& info) { return std::string(info.param.name); });
+        PlaneCase{"argb_1x1", COLOR_FORMAT_ARGB, 1, 1, {}, 502, {1}, {1}, {4}, {0}}}) {
+        expectPlanes(c);
+    }
+}
 // clang-format on
 
 TEST(Imgb, ColorSpaceTableAppliesToEveryFormat) {
@@ -116,48 +116,29 @@ TEST(Imgb, ColorSpaceTableAppliesToEveryFormat) {
     for (int colorFormat : {COLOR_FORMAT_NV12, COLOR_FORMAT_YUV420, COLOR_FORMAT_RGBA}) {
         for (const auto& [space, code] : spaces) {
             SCOPED_TRACE(testing::Message() << colorFormat << " " << space);
-            const auto format = imageFormat(colorFormat, 4, 4, {}, space);
-            EXPECT_EQ(fromPixel(format, PixelPointer(std::in_place_index<1>, at(kBase))).colorSpace,
-                      code);
+            EXPECT_EQ(atBase(imageFormat(colorFormat, 4, 4, {}, space)).colorSpace, code);
         }
     }
 }
 
-TEST(Imgb, MistypedStrideThrowsBadVariantAccess) {
+TEST(Imgb, UnknownColorFormatAssertsAndMistypedStrideThrows) {
+    for (int colorFormat : {0, 1, 2, 6, 7, 13, 100, 14, -1}) {
+        SCOPED_TRACE(colorFormat);
+        expectAssertion([&] { atBase(imageFormat(colorFormat, 4, 4)); },
+                        {"!(! \"not implemented yet\")", "%s\nnot supported",
+                         "ext/plugin/VexaPlugin[367] ASSERT(! \"not implemented yet\") failed."});
+    }
     for (int colorFormat : {COLOR_FORMAT_NV12, COLOR_FORMAT_RGB}) {
-        const auto format = imageFormat(colorFormat, 4, 4, {{"stride", 4.0f}});
-        EXPECT_THROW(fromPixel(format, PixelPointer(std::in_place_index<1>, at(kBase))),
+        EXPECT_THROW(atBase(imageFormat(colorFormat, 4, 4, {{"stride", 4.0f}})),
                      std::bad_variant_access);
     }
 }
 
-TEST(Imgb, UnknownColorFormatAsserts) {
-    for (int colorFormat : {0, 1, 2, 6, 7, 13, 100, 14, -1}) {
-        SCOPED_TRACE(colorFormat);
-        const auto format = imageFormat(colorFormat, 4, 4);
-        expectAssertion([&] { fromPixel(format, PixelPointer(std::in_place_index<1>, at(kBase))); },
-                        {"!(! \"not implemented yet\")", "%s\nnot supported",
-                         "ext/plugin/VexaPlugin[367] ASSERT(! \"not implemented yet\") failed."});
-    }
-}
+// Each 4:2:0 format with the line of its assertion for a pointer without an address.
+const std::pair<int, int> kYuvFormats[] = {
+    {COLOR_FORMAT_NV12, 251}, {COLOR_FORMAT_NV21, 281}, {COLOR_FORMAT_YUV420, 312}};
 
-struct YuvCase {
-    int colorFormat;
-    int line;  // of the assertion for a pointer without an address
-};
-
-void PrintTo(const YuvCase& c, std::ostream* os) {
-    *os << getColorFormatName(c.colorFormat);
-}
-
-class YuvPointerTest : public ::testing::TestWithParam<YuvCase> {
-  protected:
-    std::shared_ptr<MediaFormat> format_ =
-        imageFormat(GetParam().colorFormat, 33, 17, {{"stride", 35}});
-    bool planar_ = GetParam().colorFormat == COLOR_FORMAT_YUV420;
-};
-
-TEST_P(YuvPointerTest, PlaneDescriptionWinsOverTheFormatsStrides) {
+TEST(Imgb, YuvPlaneDescriptionWinsOverTheFormatsStrides) {
     auto planes = std::make_shared<android_ycbcr>();
     planes->y = at(0x1000);
     planes->cb = at(0x2000);
@@ -169,40 +150,39 @@ TEST_P(YuvPointerTest, PlaneDescriptionWinsOverTheFormatsStrides) {
         PixelPointer(std::in_place_index<2>, planes),
         PixelPointer(std::in_place_index<3>, at(0x999), PixelAddress(planes)),
     };
-    const bool crFirst = GetParam().colorFormat == COLOR_FORMAT_NV21;
     const long owners = planes.use_count();
-    for (const PixelPointer& pixels : pointers) {
-        SCOPED_TRACE(pixels.index());
-        const _ZOCA_IMGB image = fromPixel(format_, pixels);
-        EXPECT_EQ(image.stride[0], 64);
-        EXPECT_EQ(image.stride[1], 48);
-        EXPECT_EQ(image.stride[2], planar_ ? 48 : 0);
-        EXPECT_EQ(image.addr[0], 0x1000u);
-        EXPECT_EQ(image.addr[1], crFirst ? 0x3000u : 0x2000u);
-        EXPECT_EQ(image.addr[2], planar_ ? 0x3000u : 0u);
-        EXPECT_EQ(image.width[1], 17);
-        EXPECT_EQ(image.height[1], 9);
-        EXPECT_EQ(image.scanlines[0], 17);
+    for (const auto& [colorFormat, line] : kYuvFormats) {
+        const auto format = imageFormat(colorFormat, 33, 17, {{"stride", 35}});
+        const bool planar = colorFormat == COLOR_FORMAT_YUV420;
+        const bool crFirst = colorFormat == COLOR_FORMAT_NV21;
+        for (const PixelPointer& pixels : pointers) {
+            SCOPED_TRACE(testing::Message() << colorFormat << " " << pixels.index());
+            const _ZOCA_IMGB image = fromPixel(format, pixels);
+            EXPECT_EQ(image.stride[0], 64);
+            EXPECT_EQ(image.stride[1], 48);
+            EXPECT_EQ(image.stride[2], planar ? 48 : 0);
+            EXPECT_EQ(image.addr[0], 0x1000u);
+            EXPECT_EQ(image.addr[1], crFirst ? 0x3000u : 0x2000u);
+            EXPECT_EQ(image.addr[2], planar ? 0x3000u : 0u);
+            EXPECT_EQ(image.width[1], 17);
+            EXPECT_EQ(image.height[1], 9);
+            EXPECT_EQ(image.scanlines[0], 17);
+        }
     }
     EXPECT_EQ(planes.use_count(), owners);  // held only while it was read
 }
 
-TEST_P(YuvPointerTest, PointerWithoutAddressAsserts) {
-    const std::string expression = "!\"not supported yet\"";
-    const ExpectedAssertion expected{"!(" + expression + ")", "%s\nnot supported",
-                                     "ext/plugin/VexaPlugin[" + std::to_string(GetParam().line) +
-                                         "] ASSERT(" + expression + ") failed."};
-    expectAssertion([&] { fromPixel(format_, PixelPointer{}); }, expected);
-    expectAssertion([&] { fromPixel(format_, valuelessPointer()); }, expected);
+TEST(Imgb, YuvPointerWithoutAddressAsserts) {
+    for (const auto& [colorFormat, line] : kYuvFormats) {
+        SCOPED_TRACE(colorFormat);
+        const auto format = imageFormat(colorFormat, 33, 17, {{"stride", 35}});
+        const ExpectedAssertion expected{"!(!\"not supported yet\")", "%s\nnot supported",
+                                         "ext/plugin/VexaPlugin[" + std::to_string(line) +
+                                             "] ASSERT(!\"not supported yet\") failed."};
+        expectAssertion([&] { fromPixel(format, PixelPointer{}); }, expected);
+        expectAssertion([&] { fromPixel(format, valuelessPointer()); }, expected);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Imgb, YuvPointerTest,
-                         ::testing::Values(YuvCase{COLOR_FORMAT_NV12, 251},
-                                           YuvCase{COLOR_FORMAT_NV21, 281},
-                                           YuvCase{COLOR_FORMAT_YUV420, 312}),
-                         [](const auto& info) {
-                             return std::string(getColorFormatName(info.param.colorFormat));
-                         });
 
 TEST(Imgb, PackedFormatsTakeWhateverAddressThePointerHolds) {
     auto planes = std::make_shared<android_ycbcr>();
@@ -230,12 +210,9 @@ TEST(Imgb, PackedFormatsTakeWhateverAddressThePointerHolds) {
 }
 
 _ZOCA_IMGB record(int colorFormat) {
-    _ZOCA_IMGB image;
-    std::memset(&image, 0, sizeof(image));
+    _ZOCA_IMGB image{};
     image.colorFormat = colorFormat;
-    image.addr[0] = 0x1000;
-    image.addr[1] = 0x2000;
-    image.addr[2] = 0x3000;
+    for (int i = 0; i < 3; ++i) image.addr[i] = 0x1000 * (i + 1);
     image.stride[0] = 64;
     image.stride[1] = 66;
     image.stride[2] = 70;
@@ -274,7 +251,7 @@ TEST(Imgb, RoundTripKeepsYuvStridesAndAddresses) {
     for (int colorFormat : {COLOR_FORMAT_NV12, COLOR_FORMAT_NV21, COLOR_FORMAT_YUV420}) {
         SCOPED_TRACE(colorFormat);
         const auto format = imageFormat(colorFormat, 33, 17, {{"stride", 35}});
-        const _ZOCA_IMGB image = fromPixel(format, PixelPointer(std::in_place_index<1>, at(kBase)));
+        const _ZOCA_IMGB image = atBase(format);
         const _ZOCA_IMGB back = fromPixel(format, imgbToPixel(*format, image, nullptr));
         EXPECT_EQ(std::memcmp(back.stride, image.stride, sizeof(image.stride)), 0);
         EXPECT_EQ(std::memcmp(back.addr, image.addr, sizeof(image.addr)), 0);
