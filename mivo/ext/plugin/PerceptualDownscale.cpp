@@ -135,33 +135,47 @@ void pdBlockStatsVector(const PdPlane& plane, int bw, int bh, PdBuffer& scratch)
 
 namespace {
 
+// Mean and detail ratio from a neighbourhood's sums; r x r = area positions.
+inline void finishNeighbourhood(float sumL, float sumLL, float sumL2, float area, float& mean,
+                                float& ratio) {
+    const float m = sumL / area;
+    const float sl = sumLL / area - m * m;
+    const float sh = sumL2 / area - m * m;
+    mean = clampUnit(m);
+    // A negative sh from rounding gives NaN, kept as computed.
+    ratio = sl >= kVarianceFloor ? std::min(std::sqrt(sh / sl), 1.0f) : 0.0f;
+}
+
+// Rows are walked with the far column and row clamped outside the inner loops, so that
+// those loops vectorise; every position sums in the order of the plain definition.
 void neighbourhoodStats(const PdPlane& plane, int bw, int bh, PdBuffer& scratch) {
     const int r = plane.neighbour;
     const float area = static_cast<float>(r * r);
     for (int y = 0; y < bh; ++y) {
-        for (int x = 0; x < bw; ++x) {
-            float sumL = 0.0f;
-            float sumLL = 0.0f;
-            float sumL2 = 0.0f;
-            for (int dy = 0; dy < r; ++dy) {
-                const size_t row = static_cast<size_t>(std::min(y + dy, bh - 1)) * bw;
-                for (int dx = 0; dx < r; ++dx) {
-                    const size_t at = row + std::min(x + dx, bw - 1);
-                    const float l = scratch.blockMean[at];
-                    sumL += l;
-                    sumLL += l * l;
-                    sumL2 += scratch.blockSquareMean[at];
-                }
+        const size_t row = static_cast<size_t>(y) * bw;
+        const size_t next = static_cast<size_t>(std::min(y + 1, bh - 1)) * bw;
+        const float* l0 = scratch.blockMean + row;
+        const float* q0 = scratch.blockSquareMean + row;
+        const float* l1 = scratch.blockMean + next;
+        const float* q1 = scratch.blockSquareMean + next;
+        float* mean = scratch.neighbourMean + row;
+        float* ratio = scratch.detailRatio + row;
+        if (r < 2) {
+            for (int x = 0; x < bw; ++x) {
+                finishNeighbourhood(0.0f + l0[x], 0.0f + l0[x] * l0[x], 0.0f + q0[x], area, mean[x],
+                                    ratio[x]);
             }
-            const float m = sumL / area;
-            const float sl = sumLL / area - m * m;
-            const float sh = sumL2 / area - m * m;
-            const size_t at = static_cast<size_t>(y) * bw + x;
-            scratch.neighbourMean[at] = clampUnit(m);
-            // A negative sh from rounding gives NaN, kept as computed.
-            scratch.detailRatio[at] =
-                sl >= kVarianceFloor ? std::min(std::sqrt(sh / sl), 1.0f) : 0.0f;
+            continue;
         }
+        auto at = [&](int x, int x1) {
+            const float sumL = 0.0f + l0[x] + l0[x1] + l1[x] + l1[x1];
+            const float sumLL =
+                0.0f + l0[x] * l0[x] + l0[x1] * l0[x1] + l1[x] * l1[x] + l1[x1] * l1[x1];
+            const float sumL2 = 0.0f + q0[x] + q0[x1] + q1[x] + q1[x1];
+            finishNeighbourhood(sumL, sumLL, sumL2, area, mean[x], ratio[x]);
+        };
+        for (int x = 0; x + 1 < bw; ++x) at(x, x + 1);
+        at(bw - 1, bw - 1);
     }
 }
 
@@ -169,29 +183,39 @@ void neighbourhoodStats(const PdPlane& plane, int bw, int bh, PdBuffer& scratch)
 void writeOutput(const PdPlane& plane, int bw, int bh, int writableRows, const PdBuffer& scratch) {
     const int r = plane.neighbour;
     const float inverseArea = 1.0f / static_cast<float>(r * r);
-    auto term = [&scratch](size_t t, float l) {
-        const float m = scratch.neighbourMean[t];
-        const float ratio = scratch.detailRatio[t];
-        return clampUnit(m + l * ratio - m * ratio);
-    };
     for (int y = 0; y < std::min(bh, writableRows); ++y) {
-        const int yp = std::max(y, 1) - 1;
-        for (int x = 0; x < bw; ++x) {
-            const int xp = std::max(x, 1) - 1;
-            const size_t centre = static_cast<size_t>(y) * bw + x;
-            const float l = scratch.blockMean[centre];
-            float sum = term(centre, l);
-            if (r >= 2) {
-                // At the left and top border a neighbour is the centre itself, counted again.
-                sum += term(static_cast<size_t>(y) * bw + xp, l);
-                sum += term(static_cast<size_t>(yp) * bw + x, l);
-                sum += term(static_cast<size_t>(yp) * bw + xp, l);
-            }
+        const size_t row = static_cast<size_t>(y) * bw;
+        const size_t above = static_cast<size_t>(std::max(y, 1) - 1) * bw;
+        const float* l = scratch.blockMean + row;
+        const float* m = scratch.neighbourMean + row;
+        const float* ratio = scratch.detailRatio + row;
+        const float* mAbove = scratch.neighbourMean + above;
+        const float* ratioAbove = scratch.detailRatio + above;
+        uint8_t* out = plane.destination + row * plane.step + plane.offset;
+        auto term = [](float mean, float detail, float centre) {
+            return clampUnit(mean + centre * detail - mean * detail);
+        };
+        auto store = [&](int x, float sum) {
             const double value = sum * inverseArea * 255.0;
             // Truncation toward zero, clamped to a byte; a NaN becomes 0.
             const int sample = value >= 255.0 ? 255 : (value > 0.0 ? static_cast<int>(value) : 0);
-            plane.destination[centre * plane.step + plane.offset] = static_cast<uint8_t>(sample);
+            out[static_cast<size_t>(x) * plane.step] = static_cast<uint8_t>(sample);
+        };
+        if (r < 2) {
+            for (int x = 0; x < bw; ++x) store(x, term(m[x], ratio[x], l[x]));
+            continue;
         }
+        // At the left and top border a neighbour is the centre itself, counted again.
+        auto at = [&](int x, int xp) {
+            const float c = l[x];
+            float sum = term(m[x], ratio[x], c);
+            sum += term(m[xp], ratio[xp], c);
+            sum += term(mAbove[x], ratioAbove[x], c);
+            sum += term(mAbove[xp], ratioAbove[xp], c);
+            store(x, sum);
+        };
+        at(0, 0);
+        for (int x = 1; x < bw; ++x) at(x, x - 1);
     }
 }
 
