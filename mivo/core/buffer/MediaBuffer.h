@@ -43,8 +43,6 @@ using PixelAddress = std::variant<void*, std::shared_ptr<android_ycbcr>>;
 using PixelPointer = std::variant<std::monostate, void*, std::shared_ptr<android_ycbcr>,
                                   std::pair<void*, PixelAddress>>;
 
-class BufferOption;
-
 }  // namespace detail
 
 class MediaBuffer : public std::enable_shared_from_this<MediaBuffer> {

@@ -14,6 +14,7 @@
 #include <array>
 #include <functional>
 #include <stdexcept>
+#include <utility>
 
 namespace mivo::ext {
 namespace detail {
@@ -30,18 +31,21 @@ _ZOCA_IMGB describe(const MediaBuffer& buffer) {
     return buffer.getTypedData<_ZOCA_IMGB>(std::shared_ptr<core::detail::BufferOption>());
 }
 
-// The shared step of every operation: an empty output slot receives a new buffer whose
-// format is the input's, edited by `edit`. A buffer that already holds memory is used as
-// it stands. Returns the output's descriptor.
+// Puts a new owned buffer into the output slot, in the input's format as `edit` changes it.
+template <typename Edit>
+void putNewOutput(const MediaBuffer& in, MediaBuffer& out, Edit&& edit) {
+    PlaceHolder<MediaBuffer>& holder = out;
+    std::unique_ptr<MutableMediaFormat> format = in.getFormat()->mutableCopy();
+    edit(*format);
+    std::shared_ptr<MediaFormat> frozen = format->freeze();
+    holder.put(CpuMediaBuffer::allocateFor(frozen));
+}
+
+// The shared step of every operation: an empty output slot receives a new buffer; a buffer
+// that already holds memory is used as it stands. Returns the output's descriptor.
 template <typename Edit>
 _ZOCA_IMGB prepareOutput(const MediaBuffer& in, MediaBuffer& out, Edit&& edit) {
-    if (out.isMutable() && out.isEmpty()) {
-        PlaceHolder<MediaBuffer>& holder = out;
-        std::unique_ptr<MutableMediaFormat> format = in.getFormat()->mutableCopy();
-        edit(*format);
-        std::shared_ptr<MediaFormat> frozen = format->freeze();
-        holder.put(CpuMediaBuffer::allocateFor(frozen));
-    }
+    if (out.isMutable() && out.isEmpty()) putNewOutput(in, out, std::forward<Edit>(edit));
     return describe(out);
 }
 
@@ -97,11 +101,8 @@ int32_t VexaPluginBase::operator()(const std::shared_ptr<MediaBuffer>& in,
         if (!wanted->containsExtra(extra::kPreferredColor)) continue;
         const int cf = std::get<int>(*wanted->getExtra(extra::kPreferredColor));
         MIVO_ASSERT("ext/plugin/VexaPlugin", 770, cf != COLOR_FORMAT_NONE);
-        PlaceHolder<MediaBuffer>& holder = *out;
-        std::unique_ptr<MutableMediaFormat> format = in->getFormat()->mutableCopy();
-        format->setColorFormat(cf);
-        std::shared_ptr<MediaFormat> frozen = format->freeze();
-        holder.put(CpuMediaBuffer::allocateFor(frozen));
+        // The input's size and everything else, in the preferred colour format.
+        putNewOutput(*in, *out, [cf](MutableMediaFormat& f) { f.setColorFormat(cf); });
         result = processor(in, out, option_);
     }
     return result;
