@@ -114,7 +114,7 @@ EncCoef MakeEncCoef(const Matrix& m) {
 // spans two), the rounding offsets of the four Bayer rows, and chroma temporaries.
 class Rows {
   public:
-    Rows(int w, bool dither) : w_(w), cw_((w + 1) / 2) {
+    Rows(int w, bool dither) : cw_((w + 1) / 2) {
         const size_t wp = (static_cast<size_t>(w) + 31) & ~size_t{31};
         const size_t cp = (static_cast<size_t>(cw_) + 31) & ~size_t{31};
         bytes_.reset(new (std::nothrow) uint8_t[9 * wp + 2 * cp]);
@@ -171,7 +171,7 @@ class Rows {
     int32_t* t2;
 
   private:
-    int w_, cw_;
+    int cw_;
     bool ok_ = false;
     std::unique_ptr<uint8_t[]> bytes_;
     std::unique_ptr<int32_t[]> words_;
