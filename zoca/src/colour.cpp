@@ -245,6 +245,15 @@ struct FloatRows {
         t.resize(w);
         idx.resize(w);
     }
+    // Maps the float rows into the destination gamut and encodes them into the byte rows.
+    void MapAndEncode(const GamutMapper& map, const TransferTables& out, uint8_t* r8, uint8_t* g8,
+                      uint8_t* b8, int w) {
+        map.MapRow(r.data(), g.data(), b.data(), w);
+        EncodeRow(out.encode, r.data(), idx.data(), r8, w);
+        EncodeRow(out.encode, g.data(), idx.data(), g8, w);
+        EncodeRow(out.encode, b.data(), idx.data(), b8, w);
+    }
+
     std::vector<float> r, g, b, t;
     std::vector<int32_t> idx;
 };
@@ -263,10 +272,7 @@ class GamutStage : public PixelStage {
         float* fg = f_.g.data();
         float* fb = f_.b.data();
         DecodeRow3(in_.decode, r, g, b, fr, fg, fb, w);
-        map_.MapRow(fr, fg, fb, w);
-        EncodeRow(out_.encode, fr, f_.idx.data(), r, w);
-        EncodeRow(out_.encode, fg, f_.idx.data(), g, w);
-        EncodeRow(out_.encode, fb, f_.idx.data(), b, w);
+        f_.MapAndEncode(map_, out_, r, g, b, w);
     }
 
   private:
@@ -423,10 +429,7 @@ class ToneStage : public PixelStage {
                 fb[x] = t_.nits[b[x]] * gain;
             }
         }
-        map_.MapRow(fr, fg, fb, w);
-        EncodeRow(out_.encode, fr, f_.idx.data(), r, w);
-        EncodeRow(out_.encode, fg, f_.idx.data(), g, w);
-        EncodeRow(out_.encode, fb, f_.idx.data(), b, w);
+        f_.MapAndEncode(map_, out_, r, g, b, w);
     }
 
   private:
