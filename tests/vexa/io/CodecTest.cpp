@@ -108,6 +108,12 @@ TEST_F(PngTest, RejectsTruncatedCorruptAndAbsurdFiles) {
     for (int i = 0; i < 4; ++i) bytes[29 + i] = uint8_t(crc >> (24 - 8 * i));
     writeBytes(path("wide.png"), bytes);
     expectReadFails("wide.png", {"limit"});
+    // 20000 x 20000 fits the limits, but no 100-byte file can hold it.
+    for (int i = 0; i < 8; ++i) bytes[16 + i] = uint8_t(20000u >> (24 - 8 * (i % 4)));
+    const uint32_t bigCrc = uint32_t(::crc32(0, bytes.data() + 12, 17));
+    for (int i = 0; i < 4; ++i) bytes[29 + i] = uint8_t(bigCrc >> (24 - 8 * i));
+    writeBytes(path("big.png"), bytes);
+    expectReadFails("big.png", {"too short"});
 }
 
 double meanAbsDifference(const Image& a, const Image& b) {
@@ -222,6 +228,7 @@ TEST_F(Y4mTest, RejectsWhatItCannotRead) {
         {y4m("YUV4MPEG2 H2 C420jpeg\n", frame), "width"},
         {y4m("YUV4MPEG2 W0 H2\n", frame), "invalid size"},
         {y4m("YUV4MPEG2 W99999 H2\n", frame), "limit"},
+        {y4m("YUV4MPEG2 W30000 H30000\n", frame), "too short"},
         {y4m("YUV4MPEG2 Wfour H2\n", frame), "Wfour"},
         {y4m("YUV4MPEG W4 H2\n", frame), "not a Y4M"},
         {cut, "truncated"},

@@ -41,6 +41,21 @@ void checkDimensions(long long width, long long height, int colorFormat) {
     }
 }
 
+void checkPayload(std::FILE* f, size_t decodedBytes, size_t maxRatio) {
+    // A decoder may already hold this much of the file in its own buffer.
+    constexpr long long kBuffered = 1 << 16;
+    const long position = std::ftell(f);
+    if (position < 0 || std::fseek(f, 0, SEEK_END) != 0) return;
+    const long end = std::ftell(f);
+    std::fseek(f, position, SEEK_SET);
+    if (end < 0) return;
+    const long long available = static_cast<long long>(end - position) + kBuffered;
+    if (static_cast<long long>(decodedBytes / maxRatio) > available) {
+        fail("file is too short for the " + std::to_string(decodedBytes) +
+             "-byte picture its header declares (truncated or damaged)");
+    }
+}
+
 void readExact(std::FILE* f, void* dst, size_t n) {
     if (std::fread(dst, 1, n, f) == n) return;
     if (std::ferror(f)) fail(std::string("read failed: ") + std::strerror(errno));

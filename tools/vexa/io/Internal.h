@@ -21,6 +21,11 @@ using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 // Throws unless the size is positive, within kMaxSide and kMaxImageBytes for the format.
 void checkDimensions(long long width, long long height, int colorFormat);
 
+// Throws when the rest of a seekable file could not hold `decodedBytes` of picture even
+// at `maxRatio` times compression, so that a damaged header never makes us allocate
+// gigabytes for a small file. Pipes are not checked.
+void checkPayload(std::FILE* f, size_t decodedBytes, size_t maxRatio);
+
 // Reads exactly n bytes or throws "truncated".
 void readExact(std::FILE* f, void* dst, size_t n);
 void writeExact(std::FILE* f, const void* src, size_t n);

@@ -72,6 +72,11 @@ bool decode(Reader& r, std::FILE* f, Image& out) {
     jpeg_stdio_src(&r.cinfo, f);
     jpeg_read_header(&r.cinfo, TRUE);
     checkDimensions(r.cinfo.image_width, r.cinfo.image_height, kRgb);
+    // A flat picture's 8x8 blocks cost a few bits each: far below 1/4096 of its pixels.
+    checkPayload(f,
+                 imageByteSize(kRgb, static_cast<int>(r.cinfo.image_width),
+                               static_cast<int>(r.cinfo.image_height)),
+                 4096);
     r.cinfo.out_color_space = JCS_RGB;  // gray and YCbCr both come out as rgb
     jpeg_start_decompress(&r.cinfo);
     if (r.cinfo.output_components != 3) fail("unexpected JPEG output layout");

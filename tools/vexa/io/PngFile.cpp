@@ -79,6 +79,8 @@ bool decode(Reader& r, std::FILE* f, Image& out) {
         (colorType & PNG_COLOR_MASK_ALPHA) || png_get_valid(r.png, r.info, PNG_INFO_tRNS);
     const int format = alpha ? kRgba : kRgb;
     checkDimensions(width, height, format);
+    // Deflate packs at most about 1032:1.
+    checkPayload(f, imageByteSize(format, static_cast<int>(width), static_cast<int>(height)), 1100);
 
     if (bitDepth == 16) png_set_strip_16(r.png);
     if (colorType == PNG_COLOR_TYPE_PALETTE) png_set_palette_to_rgb(r.png);

@@ -90,6 +90,7 @@ Image readY4m(std::FILE* f, int frame) {
              "': only 8-bit 4:2:0 (C420, C420jpeg, C420mpeg2, C420paldv) is read");
     }
     checkDimensions(width, height, kYuv420);
+    checkPayload(f, imageByteSize(kYuv420, static_cast<int>(width), static_cast<int>(height)), 1);
 
     Image image;
     image.width = static_cast<int>(width);
