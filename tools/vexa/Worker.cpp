@@ -5,7 +5,6 @@
 #include "mivo/core/types/ColorFormat.h"
 
 #include <cstring>
-#include <set>
 
 namespace vexa {
 
@@ -44,12 +43,19 @@ _ZOCA_IMGB recordOf(const MediaBuffer& buffer) {
     return buffer.getTypedData<_ZOCA_IMGB>(nullptr);
 }
 
-bool isLibraryFormat(int colorFormat) {
-    static const std::set<int> formats = {mivo::COLOR_FORMAT_NV12,   mivo::COLOR_FORMAT_NV21,
-                                          mivo::COLOR_FORMAT_YUV420, mivo::COLOR_FORMAT_RGB,
-                                          mivo::COLOR_FORMAT_BGR,    mivo::COLOR_FORMAT_RGBA,
-                                          mivo::COLOR_FORMAT_BGRA,   mivo::COLOR_FORMAT_ARGB};
-    return formats.count(colorFormat) != 0;
+// Runs `plugin` from `input` into a new output slot that wishes for `wish`.
+std::shared_ptr<MediaBuffer> runInto(mivo::ext::VexaPlugin& plugin,
+                                     const std::shared_ptr<MediaBuffer>& input,
+                                     std::shared_ptr<mivo::MediaFormat> wish,
+                                     const std::string& what) {
+    auto slot = mivo::core::OutputSlot::create(std::move(wish));
+    std::shared_ptr<MediaBuffer> out = slot;
+    const int result = plugin(input, out);
+    if (result != 0) {
+        throw FileError(
+            mivo::format("%s: %s (code %d)", what.c_str(), libraryError(result), result));
+    }
+    return slot->get();
 }
 
 // The formats a file type can hold as they are.
@@ -177,13 +183,7 @@ std::shared_ptr<MediaBuffer> Worker::trim(const std::shared_ptr<MediaBuffer>& bu
     }
     std::unique_ptr<mivo::MutableMediaFormat> wish = buffer->getFormat()->mutableCopy();
     wish->setExtra(mivo::extra::kCropRect, android::Rect(0, 0, cols, rows));
-    auto slot = mivo::core::OutputSlot::create(wish->freeze());
-    std::shared_ptr<MediaBuffer> out = slot;
-    const int result = cropper_(buffer, out);
-    if (result != 0) {
-        throw FileError(mivo::format("trimming: %s (code %d)", libraryError(result), result));
-    }
-    return slot->get();
+    return runInto(cropper_, buffer, wish->freeze(), "trimming");
 }
 
 int Worker::workFormatFor(int inputFormat) const {
@@ -279,9 +279,6 @@ void Worker::check(const MediaBuffer& input) const {
         case Operation::HdrToSdr:
             break;
     }
-    if (p.colorFormat && !isLibraryFormat(*p.colorFormat)) {
-        throw UsageError("the image library cannot produce that colour format");
-    }
 }
 
 std::shared_ptr<mivo::MediaFormat> Worker::wishFor(const MediaBuffer& input) const {
@@ -316,14 +313,8 @@ std::shared_ptr<MediaBuffer> Worker::convert(const std::shared_ptr<MediaBuffer>&
     }
     std::unique_ptr<mivo::MutableMediaFormat> wish = buffer->getFormat()->mutableCopy();
     wish->setColorFormat(colorFormat);
-    std::shared_ptr<MediaBuffer> out = mivo::core::OutputSlot::create(wish->freeze());
-    const int result = converter_(buffer, out);
-    if (result != 0) {
-        throw FileError(mivo::format("converting to %s: %s (code %d)",
-                                     mivo::getColorFormatName(colorFormat), libraryError(result),
-                                     result));
-    }
-    return std::static_pointer_cast<mivo::core::OutputSlot>(out)->get();
+    return runInto(converter_, buffer, wish->freeze(),
+                   std::string("converting to ") + mivo::getColorFormatName(colorFormat));
 }
 
 std::shared_ptr<MediaBuffer> Worker::run(const std::shared_ptr<MediaBuffer>& input,

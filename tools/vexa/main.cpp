@@ -170,25 +170,6 @@ const char* describeOperation(Operation operation) {
     return "";
 }
 
-const char* aliasOf(Operation operation) {
-    switch (operation) {
-        case Operation::Rsz:
-            return "resize";
-        case Operation::RszPd:
-            return "downscale";
-        case Operation::Csc:
-            return "convert";
-        case Operation::Rot:
-            return "rotate";
-        case Operation::Cgc:
-            return "gamut";
-        case Operation::HdrToSdr:
-            return "tonemap";
-        default:
-            return nullptr;
-    }
-}
-
 vexa::Parameters toParameters(Operation operation, const Arguments& a) {
     vexa::Parameters p;
     p.operation = operation;
@@ -267,7 +248,7 @@ int main(int argc, char** argv) {
     for (Operation operation : mivo::ext::allOperations()) {
         CLI::App* sub =
             app.add_subcommand(mivo::ext::operationName(operation), describeOperation(operation));
-        if (const char* alias = aliasOf(operation)) sub->alias(alias);
+        if (const char* alias = mivo::ext::operationAlias(operation)) sub->alias(alias);
         addCommonOptions(*sub, arguments);
         addOperationOptions(operation, *sub, arguments);
         commands.push_back({operation, sub});

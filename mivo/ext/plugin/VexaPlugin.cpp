@@ -319,6 +319,13 @@ const char* operationName(Operation operation) {
     throw std::invalid_argument("unknown operation");
 }
 
+const char* operationAlias(Operation operation) {
+    for (const auto& entry : kOperationNames) {
+        if (entry.operation == operation) return entry.alias;
+    }
+    return nullptr;
+}
+
 std::optional<Operation> parseOperation(std::string_view name) {
     for (const auto& entry : kOperationNames) {
         if (name == entry.name || (entry.alias && name == entry.alias)) return entry.operation;

@@ -88,6 +88,8 @@ enum class Operation {
 
 // The operation's own name ("rsz", "rszPd", ...).
 const char* operationName(Operation operation);
+// The operation's plain-word alias ("resize", ...), or null when it has none.
+const char* operationAlias(Operation operation);
 // An operation by its own name or its plain-word alias ("resize", "downscale", "convert",
 // "rotate", "gamut", "tonemap").
 std::optional<Operation> parseOperation(std::string_view name);
