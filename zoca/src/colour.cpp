@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "convert.h"
+#include "linear.h"
 
 namespace zoca {
 namespace {
@@ -108,28 +109,12 @@ double SrgbInverse(double l) {
     return l <= 0.0031308 ? 12.92 * l : 1.055 * std::pow(l, 1.0 / 2.4) - 0.055;
 }
 
-// Linear light in [0, 1] -> table index through the float's own bits: 512 steps per
-// octave over 24 octaves keep dark values as finely resolved as bright ones, which a
-// uniform index cannot do for a 1/2.4 power.
-constexpr int kOctaves = 24;
-constexpr int kStepBits = 9;
-constexpr int kEncodeSize = (kOctaves << kStepBits) + 1;
-constexpr int kIndexBase = (127 - kOctaves) << kStepBits;
-
-// Centre of the linear interval that index i stands for.
-double IndexCentre(int i) {
-    if (i == 0) return 0.0;
-    if (i == kEncodeSize - 1) return 1.0;
-    const uint32_t bits =
-        (static_cast<uint32_t>(i + kIndexBase) << (23 - kStepBits)) | (1u << (22 - kStepBits));
-    float f;
-    std::memcpy(&f, &bits, sizeof(f));
-    return f;
-}
-
 struct TransferTables {
     float decode[256];
+    SlicedTable decode_sliced;
     uint8_t encode[kEncodeSize];
+    PowerCurve power;  // the 1/2.4 power at the core of both inverse curves
+    bool srgb;
 };
 
 TransferTables BuildTransfer(Transfer t) {
@@ -143,6 +128,9 @@ TransferTables BuildTransfer(Transfer t) {
         const double v = t == Transfer::SRGB ? SrgbInverse(l) : Bt1886Inverse(l);
         tt.encode[i] = static_cast<uint8_t>(std::lround(std::min(std::max(v, 0.0), 1.0) * 255.0));
     }
+    tt.decode_sliced.From(tt.decode);
+    tt.power = PowerCurve::Of(1.0 / 2.4);
+    tt.srgb = t == Transfer::SRGB;
     return tt;
 }
 
@@ -153,133 +141,38 @@ const TransferTables& TablesOf(Transfer t) {
     return t == Transfer::SRGB ? srgb : bt1886;
 }
 
-// Linear RGB -> destination primaries, then colours outside [0, 1] move toward their
-// own luminance (kept, clipped to [0, 1]) just far enough to fit: hue and brightness
-// survive, only saturation is given up.
-struct GamutMapper;
-void MapGamutRow(const GamutMapper& gm, float* r, float* g, float* b, int w);
-
-struct GamutMapper {
-    float m[9];
-    float wr, wg, wb;  // luminance of each destination primary
-
-    GamutMapper(Primaries from, Primaries to) {
-        const Mat3 to_xyz = RgbToXyz(to);
-        const Mat3 conv = Mul(Inverse(to_xyz), RgbToXyz(from));
-        for (int i = 0; i < 9; ++i) m[i] = static_cast<float>(conv.m[i]);
-        wr = static_cast<float>(to_xyz.m[3]);
-        wg = static_cast<float>(to_xyz.m[4]);
-        wb = static_cast<float>(to_xyz.m[5]);
+// Linear source RGB -> linear destination RGB, with the destination's encoding.
+GamutParams MakeGamut(const TransferTables* in, Primaries from, Primaries to,
+                      const TransferTables& out) {
+    GamutParams p{};
+    p.decode = in != nullptr ? in->decode : nullptr;
+    p.decode_sliced = in != nullptr ? &in->decode_sliced : nullptr;
+    const Mat3 to_xyz = RgbToXyz(to);
+    const Mat3 conv = Mul(Inverse(to_xyz), RgbToXyz(from));
+    p.map = false;
+    for (int i = 0; i < 9; ++i) {
+        p.m[i] = static_cast<float>(conv.m[i]);
+        // Rows sum to 1 (white is kept), so with no negative coefficient every output
+        // stays within the inputs' range.
+        p.map = p.map || conv.m[i] < -1e-9;
     }
-
-    void MapRow(float* r, float* g, float* b, int w) const { MapGamutRow(*this, r, g, b, w); }
-};
-
-inline float Max(float a, float b) {
-    return a > b ? a : b;
+    for (int i = 0; i < 3; ++i) p.lum[i] = static_cast<float>(to_xyz.m[3 + i]);
+    p.enc = {out.encode, out.power, out.srgb};
+    return p;
 }
-inline float Min(float a, float b) {
-    return a < b ? a : b;
-}
-
-// Branch-free so the loop vectorises: inside the gamut both limits work out to t >= 1
-// and the colour passes unchanged.
-ZOCA_HOT void MapGamutRow(const GamutMapper& gm, float* __restrict r, float* __restrict g,
-                          float* __restrict b, int w) {
-    const float m0 = gm.m[0], m1 = gm.m[1], m2 = gm.m[2], m3 = gm.m[3], m4 = gm.m[4];
-    const float m5 = gm.m[5], m6 = gm.m[6], m7 = gm.m[7], m8 = gm.m[8];
-    const float wr = gm.wr, wg = gm.wg, wb = gm.wb;
-    constexpr float kTiny = 1e-6f;
-    for (int x = 0; x < w; ++x) {
-        const float r2 = m0 * r[x] + m1 * g[x] + m2 * b[x];
-        const float g2 = m3 * r[x] + m4 * g[x] + m5 * b[x];
-        const float b2 = m6 * r[x] + m7 * g[x] + m8 * b[x];
-        const float hi = Max(r2, Max(g2, b2));
-        const float lo = Min(r2, Min(g2, b2));
-        const float l = Min(Max(wr * r2 + wg * g2 + wb * b2, 0.0f), 1.0f);
-        const float t_hi = (1.0f - l) / Max(hi - l, kTiny);
-        const float t_lo = l / Max(l - lo, kTiny);
-        const float t = Min(1.0f, Min(t_hi, t_lo));
-        r[x] = l + t * (r2 - l);
-        g[x] = l + t * (g2 - l);
-        b[x] = l + t * (b2 - l);
-    }
-}
-
-// Table indices of a row of linear values (vectorised), then the lookups.
-ZOCA_HOT void LinearIndices(const float* __restrict v, int32_t* __restrict idx, int w) {
-    for (int x = 0; x < w; ++x) {
-        const float c = Min(Max(v[x], 0.0f), 1.0f);
-        uint32_t bits;
-        std::memcpy(&bits, &c, sizeof(bits));
-        const int32_t i = static_cast<int32_t>(bits >> (23 - kStepBits)) - kIndexBase;
-        idx[x] = i > 0 ? i : 0;
-    }
-}
-
-void EncodeRow(const uint8_t* __restrict table, const float* v, int32_t* __restrict idx,
-               uint8_t* __restrict out, int w) {
-    LinearIndices(v, idx, w);
-    for (int x = 0; x < w; ++x) out[x] = table[idx[x]];
-}
-
-// Three 8-bit rows through one table of floats.
-ZOCA_HOT void DecodeRow3(const float* __restrict table, const uint8_t* __restrict r,
-                         const uint8_t* __restrict g, const uint8_t* __restrict b,
-                         float* __restrict fr, float* __restrict fg, float* __restrict fb, int w) {
-    for (int x = 0; x < w; ++x) {
-        fr[x] = table[r[x]];
-        fg[x] = table[g[x]];
-        fb[x] = table[b[x]];
-    }
-}
-
-// Per-call float rows for the stages (a stage object lives for one call).
-struct FloatRows {
-    explicit FloatRows(int w) : r(w), g(w), b(w), t(w), idx(w) {}
-    void Fit(int w) {
-        if (static_cast<int>(r.size()) >= w) return;
-        r.resize(w);
-        g.resize(w);
-        b.resize(w);
-        t.resize(w);
-        idx.resize(w);
-    }
-    // Maps the float rows into the destination gamut and encodes them into the byte rows.
-    void MapAndEncode(const GamutMapper& map, const TransferTables& out, uint8_t* r8, uint8_t* g8,
-                      uint8_t* b8, int w) {
-        map.MapRow(r.data(), g.data(), b.data(), w);
-        EncodeRow(out.encode, r.data(), idx.data(), r8, w);
-        EncodeRow(out.encode, g.data(), idx.data(), g8, w);
-        EncodeRow(out.encode, b.data(), idx.data(), b8, w);
-    }
-
-    std::vector<float> r, g, b, t;
-    std::vector<int32_t> idx;
-};
 
 class GamutStage : public PixelStage {
   public:
-    GamutStage(int from_cs, int to_cs, int width)
-        : in_(TablesOf(TransferOf(from_cs))),
-          out_(TablesOf(TransferOf(to_cs))),
-          map_(PrimariesOf(from_cs), PrimariesOf(to_cs)),
-          f_(width) {}
+    GamutStage(int from_cs, int to_cs, Kernel k)
+        : p_(MakeGamut(&TablesOf(TransferOf(from_cs)), PrimariesOf(from_cs), PrimariesOf(to_cs),
+                       TablesOf(TransferOf(to_cs)))),
+          k_(k) {}
 
-    void Run(uint8_t* r, uint8_t* g, uint8_t* b, int w) override {
-        f_.Fit(w);
-        float* fr = f_.r.data();
-        float* fg = f_.g.data();
-        float* fb = f_.b.data();
-        DecodeRow3(in_.decode, r, g, b, fr, fg, fb, w);
-        f_.MapAndEncode(map_, out_, r, g, b, w);
-    }
+    void Run(uint8_t* r, uint8_t* g, uint8_t* b, int w) override { GamutRow(k_, p_, r, g, b, w); }
 
   private:
-    const TransferTables& in_;
-    const TransferTables& out_;
-    GamutMapper map_;
-    FloatRows f_;
+    const GamutParams p_;
+    const Kernel k_;
 };
 
 // ---- HDR: SMPTE ST 2084 (PQ), BT.2100 HLG, BT.2390 EETF ----
@@ -348,22 +241,28 @@ ModeParams ParamsOf(int mode) {
     }
 }
 
-constexpr int kRatioSize = 4096;
+constexpr int kRatioLogSize = (kRatioOctaves << kRatioSteps) + 1;
 
 struct ToneTables {
     ModeParams params;
-    // PQ: nits of each code, and the gain for a pixel whose largest code is the index
-    // (PQ is monotonic, so the largest code is the largest light).
+    // PQ: nits of each code, and the gain for a pixel whose largest code is the index.
     float nits[256];
     float gain[256];
-    // HLG: scene light of each code, Ys^(gamma-1) by LinearIndex, and EETF ratio over
-    // display light / peak in kRatioSize steps.
+    // HLG: scene light of each code, Ys^(gamma-1) by encode index, and the EETF ratio
+    // over display light / peak (uniform), and the curve out over the peak per octave.
     float scene[256];
+    SlicedTable nits_sliced, gain_sliced, scene_sliced;
     float ootf[kEncodeSize];
     float ratio[kRatioSize + 1];
+    float curve_log[kRatioLogSize];
 };
 
 constexpr double kHlgGamma = 1.2;  // BT.2100 system gamma for a 1000-nit display
+
+double RatioAt(const ModeParams& mp, double top) {
+    const double n = mp.master * top;
+    return n > 0 ? Eetf(n, mp.master, mp.target) / n : 1.0;
+}
 
 ToneTables BuildTone(int mode) {
     ToneTables t{};
@@ -376,12 +275,23 @@ ToneTables BuildTone(int mode) {
                                              : 1.0 / mp.target);
         t.scene[i] = static_cast<float>(HlgInverseOetf(i / 255.0));
     }
+    t.nits_sliced.From(t.nits);
+    t.gain_sliced.From(t.gain);
+    t.scene_sliced.From(t.scene);
     for (int i = 0; i < kEncodeSize; ++i) {
         t.ootf[i] = static_cast<float>(std::pow(IndexCentre(i), kHlgGamma - 1.0));
     }
     for (int i = 0; i <= kRatioSize; ++i) {
-        const double n = mp.master * i / kRatioSize;
-        t.ratio[i] = static_cast<float>(n > 0 ? Eetf(n, mp.master, mp.target) / n : 1.0);
+        t.ratio[i] = static_cast<float>(RatioAt(mp, static_cast<double>(i) / kRatioSize));
+    }
+    // Sample i sits at 2^(i / steps - octaves) in the float's bit pattern, which is
+    // where the vector build's index lands.
+    for (int i = 0; i < kRatioLogSize; ++i) {
+        const uint32_t bits = static_cast<uint32_t>((127 - kRatioOctaves) * (1 << kRatioSteps) + i)
+                              << (23 - kRatioSteps);
+        float top;
+        std::memcpy(&top, &bits, sizeof(top));
+        t.curve_log[i] = static_cast<float>(top * RatioAt(mp, top));
     }
     return t;
 }
@@ -403,69 +313,34 @@ const ToneTables& ToneTablesOf(int mode) {
     }
 }
 
-// The curve runs on the largest component and every component is scaled by the same
-// gain, so hue and saturation are kept while brightness is compressed.
+ToneParams MakeTone(int mode) {
+    const ToneTables& t = ToneTablesOf(mode);
+    ToneParams p{};
+    p.hlg = t.params.hlg;
+    p.nits = t.nits;
+    p.gain = t.gain;
+    p.scene = t.scene;
+    p.nits_sliced = &t.nits_sliced;
+    p.gain_sliced = &t.gain_sliced;
+    p.scene_sliced = &t.scene_sliced;
+    p.ootf = t.ootf;
+    p.ootf_power = PowerCurve::Of(kHlgGamma - 1.0);
+    p.ratio = t.ratio;
+    p.curve_log = t.curve_log;
+    p.scale = static_cast<float>(t.params.master / t.params.target);
+    p.out = MakeGamut(nullptr, Primaries::BT2020, Primaries::BT709, TablesOf(Transfer::BT1886));
+    return p;
+}
+
 class ToneStage : public PixelStage {
   public:
-    ToneStage(int mode, int width)
-        : t_(ToneTablesOf(mode)),
-          out_(TablesOf(Transfer::BT1886)),
-          map_(Primaries::BT2020, Primaries::BT709),
-          f_(width) {}
+    ToneStage(int mode, Kernel k) : p_(MakeTone(mode)), k_(k) {}
 
-    void Run(uint8_t* r, uint8_t* g, uint8_t* b, int w) override {
-        f_.Fit(w);
-        float* fr = f_.r.data();
-        float* fg = f_.g.data();
-        float* fb = f_.b.data();
-        if (t_.params.hlg) {
-            Hlg(r, g, b, w);
-        } else {
-            for (int x = 0; x < w; ++x) {
-                // PQ is monotonic: the largest code is the largest light.
-                const float gain = t_.gain[std::max(r[x], std::max(g[x], b[x]))];
-                fr[x] = t_.nits[r[x]] * gain;
-                fg[x] = t_.nits[g[x]] * gain;
-                fb[x] = t_.nits[b[x]] * gain;
-            }
-        }
-        f_.MapAndEncode(map_, out_, r, g, b, w);
-    }
+    void Run(uint8_t* r, uint8_t* g, uint8_t* b, int w) override { ToneRow(k_, p_, r, g, b, w); }
 
   private:
-    void Hlg(const uint8_t* r, const uint8_t* g, const uint8_t* b, int w) {
-        float* fr = f_.r.data();
-        float* fg = f_.g.data();
-        float* fb = f_.b.data();
-        float* od = f_.t.data();
-        int32_t* idx = f_.idx.data();
-        const float scale = static_cast<float>(t_.params.master / t_.params.target);
-        for (int x = 0; x < w; ++x) {
-            fr[x] = t_.scene[r[x]];
-            fg[x] = t_.scene[g[x]];
-            fb[x] = t_.scene[b[x]];
-            od[x] = 0.2627f * fr[x] + 0.6780f * fg[x] + 0.0593f * fb[x];  // scene luminance Ys
-        }
-        // BT.2100 OOTF: display light = peak * Ys^(gamma-1) * scene light.
-        LinearIndices(od, idx, w);
-        for (int x = 0; x < w; ++x) od[x] = t_.ootf[idx[x]];
-        for (int x = 0; x < w; ++x) {
-            const float top =
-                od[x] * std::max(fr[x], std::max(fg[x], fb[x]));  // display max / peak
-            idx[x] = static_cast<int32_t>(std::min(top, 1.0f) * kRatioSize + 0.5f);
-        }
-        for (int x = 0; x < w; ++x) {
-            const float k = od[x] * t_.ratio[idx[x]] * scale;
-            fr[x] *= k;
-            fg[x] *= k;
-            fb[x] *= k;
-        }
-    }
-
-    const ToneTables& t_;
-    const TransferTables& out_;
-    GamutMapper map_;
-    FloatRows f_;
+    const ToneParams p_;
+    const Kernel k_;
 };
 
 }  // namespace
@@ -474,14 +349,14 @@ bool SameGamut(int cs_a, int cs_b) {
     return PrimariesOf(cs_a) == PrimariesOf(cs_b) && TransferOf(cs_a) == TransferOf(cs_b);
 }
 
-int GamutConvert(const Img& src, const Img& dst) {
+int GamutConvert(const Img& src, const Img& dst, Kernel k) {
     if (SameGamut(src.cs, dst.cs)) return Convert(src, dst, false);
-    GamutStage stage(src.cs, dst.cs, src.w);
+    GamutStage stage(src.cs, dst.cs, k);
     return ConvertThrough(src, dst, &stage, false);
 }
 
-int ToneMap(const Img& src, const Img& dst, int mode) {
-    ToneStage stage(mode, src.w);
+int ToneMap(const Img& src, const Img& dst, int mode, Kernel k) {
+    ToneStage stage(mode, k);
     return ConvertThrough(src, dst, &stage, false);
 }
 

@@ -3,6 +3,7 @@
 #define ZOCA_SRC_COLOUR_H
 
 #include "image.h"
+#include "linear.h"
 
 namespace zoca {
 
@@ -10,10 +11,10 @@ namespace zoca {
 // between them needs no work in linear light.
 bool SameGamut(int cs_a, int cs_b);
 // Converts src (its record's primaries and transfer) into dst's, same size.
-int GamutConvert(const Img& src, const Img& dst);
+int GamutConvert(const Img& src, const Img& dst, Kernel k = BestKernel());
 // Tone-maps 8-bit PQ or HLG BT.2020 src into SDR BT.709 dst, same size. mode is a
 // valid ZOCA_HDR_* value.
-int ToneMap(const Img& src, const Img& dst, int mode);
+int ToneMap(const Img& src, const Img& dst, int mode, Kernel k = BestKernel());
 
 }  // namespace zoca
 

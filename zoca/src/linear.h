@@ -1,0 +1,105 @@
+// Linear-light row kernels behind gamut conversion and tone mapping. Each one works in
+// place on one row of planar 8-bit R, G, B. The plain build runs anywhere; the AVX-512
+// build (VBMI byte permutes for the tables, no gathers) is picked when the CPU has it.
+// The two agree to within one code and almost always exactly.
+#ifndef ZOCA_SRC_LINEAR_H
+#define ZOCA_SRC_LINEAR_H
+
+#include <cstdint>
+
+namespace zoca {
+
+// Linear light in [0, 1] -> table index through the float's own bits: 512 steps per
+// octave over 24 octaves keep dark values as finely resolved as bright ones, which a
+// uniform index cannot do for a 1/2.4 power.
+constexpr int kOctaves = 24;
+constexpr int kStepBits = 9;
+constexpr int kEncodeSize = (kOctaves << kStepBits) + 1;
+constexpr int kIndexBase = (127 - kOctaves) << kStepBits;
+
+// Centre of the linear interval that index i stands for.
+double IndexCentre(int i);
+
+// x^g on [0, 1] without a table lookup per value: x = 2^e * m with m in [1, 2), so
+// x^g = (2^e)^g * m^g, the first factor from 32 per-octave values (e >= -31; anything
+// darker is taken as 0) and the second a polynomial fitted at construction.
+struct PowerCurve {
+    float octave[32];  // octave[e + 31] = 2^(e * g)
+    float c[5];        // m^g ~ c0 + c1 m + ... + c4 m^4
+    static PowerCurve Of(double g);
+    float At(float x) const;
+};
+
+// A table of 256 floats as four planes of bytes, plane k holding byte k of each entry:
+// the vector build looks codes up in it with byte permutes.
+struct alignas(64) SlicedTable {
+    uint8_t plane[4][256];
+    void From(const float* table);
+};
+
+// Linear light -> 8-bit code of the destination's curve.
+struct Encoder {
+    const uint8_t* table;  // kEncodeSize codes by index (plain build)
+    PowerCurve power;      // x^(1/2.4), the core of both curves (vector build)
+    bool srgb;             // sRGB's linear toe and offset around the power
+};
+
+// Source codes -> linear light, into the destination's primaries, back to codes.
+struct GamutParams {
+    const float* decode;  // 256 linear values by source code
+    const SlicedTable* decode_sliced;
+    float m[9];           // linear source RGB -> linear destination RGB
+    float lum[3];         // luminance of each destination primary
+    // False when no colour can leave the destination gamut (every coefficient >= 0 and
+    // rows summing to 1), so clamping replaces the mapping.
+    bool map;
+    Encoder enc;
+};
+
+// The uniform ratio table of the HLG route, and the curve sampled per octave for the
+// vector build (8 steps an octave over [2^-8, 1], linear between samples; the identity
+// below, as the curve's knee sits far above 2^-8).
+constexpr int kRatioSize = 4096;
+constexpr int kRatioOctaves = 8;
+constexpr int kRatioSteps = 3;  // log2 of the steps per octave
+
+struct ToneParams {
+    bool hlg;
+    // PQ: nits of each code, and the gain (the curve's ratio over the target peak) for
+    // a pixel whose largest code is the index (PQ is monotonic, so the largest code is
+    // the largest light).
+    const float* nits;
+    const float* gain;
+    const SlicedTable* nits_sliced;
+    const SlicedTable* gain_sliced;
+    // HLG: scene light of each code; Ys^(gamma-1) by encode index; the curve's ratio
+    // by display light over the peak (uniform), and the curve itself (per octave).
+    const float* scene;
+    const SlicedTable* scene_sliced;
+    const float* ootf;
+    PowerCurve ootf_power;
+    const float* ratio;
+    const float* curve_log;  // display light out over the peak at (kRatioOctaves << kRatioSteps) + 1 points
+    float scale;             // peak of the HDR signal over the SDR target
+    GamutParams out;         // BT.2020 -> BT.709 and the BT.1886 encoding (decode unused)
+};
+
+enum class Kernel { Plain, Avx512 };
+
+// Whether this CPU (and this build) can run k; Plain always can.
+bool Supported(Kernel k);
+// The fastest supported kernel; ZOCA_KERNEL=plain in the environment forces the plain one.
+Kernel BestKernel();
+
+void GamutRow(Kernel k, const GamutParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w);
+void ToneRow(Kernel k, const ToneParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w);
+
+namespace avx512 {
+bool Available();
+void GamutRow(const GamutParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w);
+void ToneRow(const ToneParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w);
+}  // namespace avx512
+
+}  // namespace zoca
+
+#endif  // ZOCA_SRC_LINEAR_H

@@ -1,0 +1,287 @@
+// AVX-512 build of the linear-light kernels, 64 pixels a step. Tables of 256 floats are
+// held as four planes of bytes (byte k of every entry) so that VBMI byte permutes look up
+// 64 codes per instruction; gathers would be slower than scalar loads on many parts.
+// Encoding computes the 1/2.4 power (per-octave value times a polynomial) instead of
+// reading the plain build's 12 k table.
+#include "linear.h"
+
+#if ZOCA_AVX512_BUILD
+
+#include <immintrin.h>
+
+#include <cstring>
+
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("avx512f,avx512bw,avx512vbmi,fma"))), \
+                             apply_to = function)
+#else
+#pragma GCC push_options
+#pragma GCC target("avx512f,avx512bw,avx512vbmi,fma")
+// GCC 12's intrinsic headers seed results with a self-initialised "undefined" vector,
+// which it then reports once inlined here.
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+
+namespace zoca {
+namespace avx512 {
+namespace {
+
+// Unpacking the four byte planes interleaves within 128-bit lanes, so the 64 floats come
+// out as four vectors in a fixed shuffled order; every step after it works lane by lane
+// and Pack64 undoes the order.
+inline void Lookup64(const SlicedTable& t, __m512i codes, __m512 out[4]) {
+    const __mmask64 upper = _mm512_movepi8_mask(codes);
+    __m512i b[4];
+    for (int k = 0; k < 4; ++k) {
+        const uint8_t* p = t.plane[k];
+        const __m512i lo = _mm512_permutex2var_epi8(_mm512_load_si512(p), codes,
+                                                    _mm512_load_si512(p + 64));
+        const __m512i hi = _mm512_permutex2var_epi8(_mm512_load_si512(p + 128), codes,
+                                                    _mm512_load_si512(p + 192));
+        b[k] = _mm512_mask_blend_epi8(upper, lo, hi);
+    }
+    const __m512i w0 = _mm512_unpacklo_epi8(b[0], b[1]);
+    const __m512i w1 = _mm512_unpackhi_epi8(b[0], b[1]);
+    const __m512i u0 = _mm512_unpacklo_epi8(b[2], b[3]);
+    const __m512i u1 = _mm512_unpackhi_epi8(b[2], b[3]);
+    out[0] = _mm512_castsi512_ps(_mm512_unpacklo_epi16(w0, u0));
+    out[1] = _mm512_castsi512_ps(_mm512_unpackhi_epi16(w0, u0));
+    out[2] = _mm512_castsi512_ps(_mm512_unpacklo_epi16(w1, u1));
+    out[3] = _mm512_castsi512_ps(_mm512_unpackhi_epi16(w1, u1));
+}
+
+// Four vectors of codes in Lookup64's order -> 64 bytes in pixel order, saturating.
+inline __m512i Pack64(const __m512i c[4]) {
+    return _mm512_packus_epi16(_mm512_packs_epi32(c[0], c[1]), _mm512_packs_epi32(c[2], c[3]));
+}
+
+struct Power {
+    __m512 o0, o1, c0, c1, c2, c3, c4;
+    explicit Power(const PowerCurve& pc)
+        : o0(_mm512_loadu_ps(pc.octave)),
+          o1(_mm512_loadu_ps(pc.octave + 16)),
+          c0(_mm512_set1_ps(pc.c[0])),
+          c1(_mm512_set1_ps(pc.c[1])),
+          c2(_mm512_set1_ps(pc.c[2])),
+          c3(_mm512_set1_ps(pc.c[3])),
+          c4(_mm512_set1_ps(pc.c[4])) {}
+
+    // x^g for x in [0, 1]; below 2^-31 the result is 0, as PowerCurve::At.
+    __m512 At(__m512 x) const {
+        const __mmask16 live = _mm512_cmp_ps_mask(x, _mm512_set1_ps(0x1p-31f), _CMP_GE_OQ);
+        const __m512 e = _mm512_getexp_ps(x);
+        const __m512i i = _mm512_cvttps_epi32(_mm512_add_ps(e, _mm512_set1_ps(31.0f)));
+        const __m512 oct = _mm512_permutex2var_ps(o0, i, o1);
+        const __m512 t = _mm512_sub_ps(_mm512_getmant_ps(x, _MM_MANT_NORM_1_2, _MM_MANT_SIGN_zero),
+                                       _mm512_set1_ps(1.5f));
+        __m512 p = _mm512_fmadd_ps(c4, t, c3);
+        p = _mm512_fmadd_ps(p, t, c2);
+        p = _mm512_fmadd_ps(p, t, c1);
+        p = _mm512_fmadd_ps(p, t, c0);
+        return _mm512_maskz_mul_ps(live, oct, p);
+    }
+};
+
+struct Out {
+    __m512 m[9];
+    __m512 lum[3];
+    bool map;
+    bool srgb;
+    Power power;
+
+    explicit Out(const GamutParams& p) : map(p.map), srgb(p.enc.srgb), power(p.enc.power) {
+        for (int i = 0; i < 9; ++i) m[i] = _mm512_set1_ps(p.m[i]);
+        for (int i = 0; i < 3; ++i) lum[i] = _mm512_set1_ps(p.lum[i]);
+    }
+
+    __m512i Encode(__m512 l) const {
+        l = _mm512_min_ps(_mm512_max_ps(l, _mm512_setzero_ps()), _mm512_set1_ps(1.0f));
+        __m512 v = power.At(l);
+        if (srgb) {
+            v = _mm512_fmsub_ps(v, _mm512_set1_ps(1.055f), _mm512_set1_ps(0.055f));
+            const __mmask16 toe = _mm512_cmp_ps_mask(l, _mm512_set1_ps(0.0031308f), _CMP_LE_OQ);
+            v = _mm512_mask_mul_ps(v, toe, l, _mm512_set1_ps(12.92f));
+        }
+        return _mm512_cvtps_epi32(_mm512_mul_ps(v, _mm512_set1_ps(255.0f)));
+    }
+
+    // Into the destination primaries, the gamut mapping of the plain build, and codes.
+    void Finish(__m512 r, __m512 g, __m512 b, __m512i* cr, __m512i* cg, __m512i* cb) const {
+        __m512 r2 = _mm512_fmadd_ps(m[2], b, _mm512_fmadd_ps(m[1], g, _mm512_mul_ps(m[0], r)));
+        __m512 g2 = _mm512_fmadd_ps(m[5], b, _mm512_fmadd_ps(m[4], g, _mm512_mul_ps(m[3], r)));
+        __m512 b2 = _mm512_fmadd_ps(m[8], b, _mm512_fmadd_ps(m[7], g, _mm512_mul_ps(m[6], r)));
+        if (map) Map(&r2, &g2, &b2);
+        *cr = Encode(r2);
+        *cg = Encode(g2);
+        *cb = Encode(b2);
+    }
+
+    void Map(__m512* r, __m512* g, __m512* b) const {
+        const __m512 one = _mm512_set1_ps(1.0f);
+        const __m512 zero = _mm512_setzero_ps();
+        const __m512 hi = _mm512_max_ps(*r, _mm512_max_ps(*g, *b));
+        const __m512 lo = _mm512_min_ps(*r, _mm512_min_ps(*g, *b));
+        const __mmask16 outside = _mm512_cmp_ps_mask(hi, one, _CMP_GT_OQ) |
+                                  _mm512_cmp_ps_mask(lo, zero, _CMP_LT_OQ);
+        if (outside == 0) return;
+        __m512 l = _mm512_fmadd_ps(lum[2], *b, _mm512_fmadd_ps(lum[1], *g, _mm512_mul_ps(lum[0], *r)));
+        l = _mm512_min_ps(_mm512_max_ps(l, zero), one);
+        const __m512 tiny = _mm512_set1_ps(1e-6f);
+        const __m512 dh = _mm512_max_ps(_mm512_sub_ps(hi, l), tiny);
+        const __m512 dl = _mm512_max_ps(_mm512_sub_ps(l, lo), tiny);
+        const __m512 num =
+            _mm512_min_ps(_mm512_mul_ps(_mm512_sub_ps(one, l), dl), _mm512_mul_ps(l, dh));
+        const __m512 t = _mm512_min_ps(one, _mm512_div_ps(num, _mm512_mul_ps(dh, dl)));
+        *r = _mm512_mask_blend_ps(outside, *r, _mm512_fmadd_ps(t, _mm512_sub_ps(*r, l), l));
+        *g = _mm512_mask_blend_ps(outside, *g, _mm512_fmadd_ps(t, _mm512_sub_ps(*g, l), l));
+        *b = _mm512_mask_blend_ps(outside, *b, _mm512_fmadd_ps(t, _mm512_sub_ps(*b, l), l));
+    }
+};
+
+// The row in steps of 64 pixels; the last, partial step reads and writes under a mask.
+struct Rows {
+    uint8_t* r;
+    uint8_t* g;
+    uint8_t* b;
+    int w;
+    int x = 0;
+
+    bool Next(__m512i* R, __m512i* G, __m512i* B, __mmask64* m) {
+        if (x >= w) return false;
+        const int n = w - x < 64 ? w - x : 64;
+        *m = n == 64 ? ~0ull : (1ull << n) - 1;
+        *R = _mm512_maskz_loadu_epi8(*m, r + x);
+        *G = _mm512_maskz_loadu_epi8(*m, g + x);
+        *B = _mm512_maskz_loadu_epi8(*m, b + x);
+        return true;
+    }
+    void Put(__m512i R, __m512i G, __m512i B, __mmask64 m) {
+        _mm512_mask_storeu_epi8(r + x, m, R);
+        _mm512_mask_storeu_epi8(g + x, m, G);
+        _mm512_mask_storeu_epi8(b + x, m, B);
+        x += 64;
+    }
+};
+
+void FinishAll(const Out& out, const __m512 r[4], const __m512 g[4], const __m512 b[4],
+               __m512i* R, __m512i* G, __m512i* B) {
+    __m512i cr[4], cg[4], cb[4];
+    for (int q = 0; q < 4; ++q) out.Finish(r[q], g[q], b[q], &cr[q], &cg[q], &cb[q]);
+    *R = Pack64(cr);
+    *G = Pack64(cg);
+    *B = Pack64(cb);
+}
+
+// Display light over the peak -> the curve's ratio. The curve itself (not the ratio)
+// is linear between the per-octave samples, which keeps it monotonic where it flattens
+// toward the target peak; the ratio is 1 below the first octave.
+struct Ratio {
+    __m512 lo[4];  // sample i
+    __m512 hi[4];  // sample i + 1
+
+    explicit Ratio(const float* t) {
+        for (int k = 0; k < 4; ++k) {
+            lo[k] = _mm512_loadu_ps(t + 16 * k);
+            hi[k] = _mm512_loadu_ps(t + 16 * k + 1);
+        }
+    }
+
+    static __m512 Pick(const __m512 v[4], __m512i i) {
+        const __m512 a = _mm512_permutex2var_ps(v[0], i, v[1]);
+        const __m512 b = _mm512_permutex2var_ps(v[2], i, v[3]);
+        const __mmask16 upper = _mm512_test_epi32_mask(i, _mm512_set1_epi32(32));
+        return _mm512_mask_blend_ps(upper, a, b);
+    }
+
+    __m512 At(__m512 top) const {
+        constexpr int kShift = 23 - kRatioSteps;
+        const __m512i bits = _mm512_castps_si512(top);
+        const __m512i pos = _mm512_sub_epi32(_mm512_srli_epi32(bits, kShift),
+                                             _mm512_set1_epi32((127 - kRatioOctaves) << kRatioSteps));
+        const __m512i last = _mm512_set1_epi32((kRatioOctaves << kRatioSteps) - 1);
+        const __mmask16 below = _mm512_cmp_epi32_mask(pos, _mm512_setzero_si512(), _MM_CMPINT_LT);
+        const __mmask16 end = _mm512_cmp_epi32_mask(pos, last, _MM_CMPINT_GT);
+        const __m512i i = _mm512_min_epi32(pos, last);
+        __m512 f = _mm512_mul_ps(
+            _mm512_cvtepi32_ps(_mm512_and_si512(bits, _mm512_set1_epi32((1 << kShift) - 1))),
+            _mm512_set1_ps(1.0f / (1 << kShift)));
+        f = _mm512_mask_mov_ps(f, end, _mm512_set1_ps(1.0f));
+        const __m512 a = Pick(lo, i);
+        const __m512 v = _mm512_fmadd_ps(f, _mm512_sub_ps(Pick(hi, i), a), a);
+        return _mm512_mask_blend_ps(below, _mm512_div_ps(v, top), _mm512_set1_ps(1.0f));
+    }
+};
+
+}  // namespace
+
+void GamutRow(const GamutParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) {
+    const Out out(p);
+    Rows rows{r8, g8, b8, w};
+    __m512i R, G, B;
+    __mmask64 m;
+    while (rows.Next(&R, &G, &B, &m)) {
+        __m512 r[4], g[4], b[4];
+        Lookup64(*p.decode_sliced, R, r);
+        Lookup64(*p.decode_sliced, G, g);
+        Lookup64(*p.decode_sliced, B, b);
+        FinishAll(out, r, g, b, &R, &G, &B);
+        rows.Put(R, G, B, m);
+    }
+}
+
+void ToneRow(const ToneParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) {
+    const Out out(p.out);
+    const Power ootf(p.ootf_power);
+    const Ratio ratio(p.curve_log);
+    const __m512 scale = _mm512_set1_ps(p.scale);
+    Rows rows{r8, g8, b8, w};
+    __m512i R, G, B;
+    __mmask64 m;
+    while (rows.Next(&R, &G, &B, &m)) {
+        __m512 r[4], g[4], b[4];
+        if (p.hlg) {
+            Lookup64(*p.scene_sliced, R, r);
+            Lookup64(*p.scene_sliced, G, g);
+            Lookup64(*p.scene_sliced, B, b);
+            for (int q = 0; q < 4; ++q) {
+                const __m512 ys = _mm512_fmadd_ps(
+                    _mm512_set1_ps(0.0593f), b[q],
+                    _mm512_fmadd_ps(_mm512_set1_ps(0.6780f), g[q],
+                                    _mm512_mul_ps(_mm512_set1_ps(0.2627f), r[q])));
+                const __m512 od = ootf.At(ys);
+                const __m512 top =
+                    _mm512_min_ps(_mm512_mul_ps(od, _mm512_max_ps(r[q], _mm512_max_ps(g[q], b[q]))),
+                                  _mm512_set1_ps(1.0f));
+                const __m512 k = _mm512_mul_ps(_mm512_mul_ps(od, ratio.At(top)), scale);
+                r[q] = _mm512_mul_ps(r[q], k);
+                g[q] = _mm512_mul_ps(g[q], k);
+                b[q] = _mm512_mul_ps(b[q], k);
+            }
+        } else {
+            __m512 gain[4];
+            Lookup64(*p.gain_sliced, _mm512_max_epu8(R, _mm512_max_epu8(G, B)), gain);
+            Lookup64(*p.nits_sliced, R, r);
+            Lookup64(*p.nits_sliced, G, g);
+            Lookup64(*p.nits_sliced, B, b);
+            for (int q = 0; q < 4; ++q) {
+                r[q] = _mm512_mul_ps(r[q], gain[q]);
+                g[q] = _mm512_mul_ps(g[q], gain[q]);
+                b[q] = _mm512_mul_ps(b[q], gain[q]);
+            }
+        }
+        FinishAll(out, r, g, b, &R, &G, &B);
+        rows.Put(R, G, B, m);
+    }
+}
+
+}  // namespace avx512
+}  // namespace zoca
+
+#if defined(__clang__)
+#pragma clang attribute pop
+#else
+#pragma GCC pop_options
+#endif
+
+#endif  // ZOCA_AVX512_BUILD
