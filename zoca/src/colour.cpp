@@ -163,10 +163,7 @@ GamutParams MakeGamut(const TransferTables* in, Primaries from, Primaries to,
 
 class GamutStage : public PixelStage {
   public:
-    GamutStage(int from_cs, int to_cs, Kernel k)
-        : p_(MakeGamut(&TablesOf(TransferOf(from_cs)), PrimariesOf(from_cs), PrimariesOf(to_cs),
-                       TablesOf(TransferOf(to_cs)))),
-          k_(k) {}
+    GamutStage(int from_cs, int to_cs, Kernel k) : p_(GamutParamsOf(from_cs, to_cs)), k_(k) {}
 
     void Run(uint8_t* r, uint8_t* g, uint8_t* b, int w) override { GamutRow(k_, p_, r, g, b, w); }
 
@@ -313,7 +310,9 @@ const ToneTables& ToneTablesOf(int mode) {
     }
 }
 
-ToneParams MakeTone(int mode) {
+}  // namespace
+
+ToneParams ToneParamsOf(int mode) {
     const ToneTables& t = ToneTablesOf(mode);
     ToneParams p{};
     p.hlg = t.params.hlg;
@@ -332,9 +331,11 @@ ToneParams MakeTone(int mode) {
     return p;
 }
 
+namespace {
+
 class ToneStage : public PixelStage {
   public:
-    ToneStage(int mode, Kernel k) : p_(MakeTone(mode)), k_(k) {}
+    ToneStage(int mode, Kernel k) : p_(ToneParamsOf(mode)), k_(k) {}
 
     void Run(uint8_t* r, uint8_t* g, uint8_t* b, int w) override { ToneRow(k_, p_, r, g, b, w); }
 
@@ -344,6 +345,11 @@ class ToneStage : public PixelStage {
 };
 
 }  // namespace
+
+GamutParams GamutParamsOf(int from_cs, int to_cs) {
+    return MakeGamut(&TablesOf(TransferOf(from_cs)), PrimariesOf(from_cs), PrimariesOf(to_cs),
+                     TablesOf(TransferOf(to_cs)));
+}
 
 bool SameGamut(int cs_a, int cs_b) {
     return PrimariesOf(cs_a) == PrimariesOf(cs_b) && TransferOf(cs_a) == TransferOf(cs_b);

@@ -11,7 +11,7 @@
 
 // The hot loops get an AVX2 build beside the baseline one, picked at load time.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-#define ZOCA_HOT __attribute__((target_clones("avx2", "default")))
+#define ZOCA_HOT __attribute__((target_clones("arch=icelake-server", "avx2", "default")))
 #else
 #define ZOCA_HOT
 #endif

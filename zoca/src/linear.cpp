@@ -20,11 +20,11 @@ double IndexCentre(int i) {
 }
 
 // The polynomial runs in t = m - 1.5, which keeps its coefficients small; it
-// interpolates m^g at the five Chebyshev nodes of [1, 2].
+// interpolates m^g at the four Chebyshev nodes of [1, 2].
 PowerCurve PowerCurve::Of(double g) {
     PowerCurve pc{};
     for (int i = 0; i < 32; ++i) pc.octave[i] = static_cast<float>(std::exp2((i - 31) * g));
-    constexpr int n = 5;
+    constexpr int n = 4;
     double a[n][n + 1];
     for (int j = 0; j < n; ++j) {
         const double t = 0.5 * std::cos((2 * j + 1) * M_PI / (2 * n));
@@ -32,7 +32,7 @@ PowerCurve PowerCurve::Of(double g) {
         for (int k = 0; k < n; ++k, p *= t) a[j][k] = p;
         a[j][n] = std::pow(1.5 + t, g);
     }
-    // Gaussian elimination with partial pivoting on the 5 x 5 Vandermonde system.
+    // Gaussian elimination with partial pivoting on the 4 x 4 Vandermonde system.
     for (int col = 0; col < n; ++col) {
         int piv = col;
         for (int r = col + 1; r < n; ++r) {
@@ -62,7 +62,7 @@ float PowerCurve::At(float x) const {
     int e;
     const float m = 2.0f * std::frexp(std::min(x, 1.0f), &e);  // x = m * 2^(e - 1)
     const float t = m - 1.5f;
-    const float p = (((c[4] * t + c[3]) * t + c[2]) * t + c[1]) * t + c[0];
+    const float p = ((c[3] * t + c[2]) * t + c[1]) * t + c[0];
     return octave[e - 1 + 31] * p;
 }
 

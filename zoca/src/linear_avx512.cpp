@@ -56,32 +56,34 @@ inline __m512i Pack64(const __m512i c[4]) {
     return _mm512_packus_epi16(_mm512_packs_epi32(c[0], c[1]), _mm512_packs_epi32(c[2], c[3]));
 }
 
+// PowerCurve with every value scaled by k (255 folds the step to codes into it).
 struct Power {
-    __m512 o0, o1, c0, c1, c2, c3, c4;
-    explicit Power(const PowerCurve& pc)
-        : o0(_mm512_loadu_ps(pc.octave)),
-          o1(_mm512_loadu_ps(pc.octave + 16)),
+    __m512 o0, o1, c0, c1, c2, c3;
+    Power(const PowerCurve& pc, float k)
+        : o0(_mm512_mul_ps(_mm512_loadu_ps(pc.octave), _mm512_set1_ps(k))),
+          o1(_mm512_mul_ps(_mm512_loadu_ps(pc.octave + 16), _mm512_set1_ps(k))),
           c0(_mm512_set1_ps(pc.c[0])),
           c1(_mm512_set1_ps(pc.c[1])),
           c2(_mm512_set1_ps(pc.c[2])),
-          c3(_mm512_set1_ps(pc.c[3])),
-          c4(_mm512_set1_ps(pc.c[4])) {}
+          c3(_mm512_set1_ps(pc.c[3])) {}
 
-    // x^g for x in [0, 1]; below 2^-31 the result is 0, as PowerCurve::At.
+    // k * x^g for x in [2^-31, 1], the caller's clamp: octave from the exponent bits,
+    // mantissa in [1, 2) from the rest.
     __m512 At(__m512 x) const {
-        const __mmask16 live = _mm512_cmp_ps_mask(x, _mm512_set1_ps(0x1p-31f), _CMP_GE_OQ);
-        const __m512 e = _mm512_getexp_ps(x);
-        const __m512i i = _mm512_cvttps_epi32(_mm512_add_ps(e, _mm512_set1_ps(31.0f)));
+        const __m512i bits = _mm512_castps_si512(x);
+        const __m512i i = _mm512_sub_epi32(_mm512_srli_epi32(bits, 23), _mm512_set1_epi32(127 - 31));
         const __m512 oct = _mm512_permutex2var_ps(o0, i, o1);
-        const __m512 t = _mm512_sub_ps(_mm512_getmant_ps(x, _MM_MANT_NORM_1_2, _MM_MANT_SIGN_zero),
-                                       _mm512_set1_ps(1.5f));
-        __m512 p = _mm512_fmadd_ps(c4, t, c3);
-        p = _mm512_fmadd_ps(p, t, c2);
+        const __m512 m = _mm512_castsi512_ps(_mm512_ternarylogic_epi32(
+            bits, _mm512_set1_epi32(0x007fffff), _mm512_set1_epi32(0x3f800000), 0xea));
+        const __m512 t = _mm512_sub_ps(m, _mm512_set1_ps(1.5f));
+        __m512 p = _mm512_fmadd_ps(c3, t, c2);
         p = _mm512_fmadd_ps(p, t, c1);
         p = _mm512_fmadd_ps(p, t, c0);
-        return _mm512_maskz_mul_ps(live, oct, p);
+        return _mm512_mul_ps(oct, p);
     }
 };
+
+constexpr float kDarkest = 0x1p-31f;
 
 struct Out {
     __m512 m[9];
@@ -90,20 +92,22 @@ struct Out {
     bool srgb;
     Power power;
 
-    explicit Out(const GamutParams& p) : map(p.map), srgb(p.enc.srgb), power(p.enc.power) {
+    explicit Out(const GamutParams& p)
+        : map(p.map), srgb(p.enc.srgb), power(p.enc.power, srgb ? 255.0f * 1.055f : 255.0f) {
         for (int i = 0; i < 9; ++i) m[i] = _mm512_set1_ps(p.m[i]);
         for (int i = 0; i < 3; ++i) lum[i] = _mm512_set1_ps(p.lum[i]);
     }
 
+    // Anything darker than 2^-31 encodes to 0 on both curves.
     __m512i Encode(__m512 l) const {
-        l = _mm512_min_ps(_mm512_max_ps(l, _mm512_setzero_ps()), _mm512_set1_ps(1.0f));
+        l = _mm512_min_ps(_mm512_max_ps(l, _mm512_set1_ps(kDarkest)), _mm512_set1_ps(1.0f));
         __m512 v = power.At(l);
         if (srgb) {
-            v = _mm512_fmsub_ps(v, _mm512_set1_ps(1.055f), _mm512_set1_ps(0.055f));
+            v = _mm512_sub_ps(v, _mm512_set1_ps(255.0f * 0.055f));
             const __mmask16 toe = _mm512_cmp_ps_mask(l, _mm512_set1_ps(0.0031308f), _CMP_LE_OQ);
-            v = _mm512_mask_mul_ps(v, toe, l, _mm512_set1_ps(12.92f));
+            v = _mm512_mask_mul_ps(v, toe, l, _mm512_set1_ps(255.0f * 12.92f));
         }
-        return _mm512_cvtps_epi32(_mm512_mul_ps(v, _mm512_set1_ps(255.0f)));
+        return _mm512_cvtps_epi32(v);
     }
 
     // Into the destination primaries, the gamut mapping of the plain build, and codes.
@@ -132,7 +136,8 @@ struct Out {
         const __m512 dl = _mm512_max_ps(_mm512_sub_ps(l, lo), tiny);
         const __m512 num =
             _mm512_min_ps(_mm512_mul_ps(_mm512_sub_ps(one, l), dl), _mm512_mul_ps(l, dh));
-        const __m512 t = _mm512_min_ps(one, _mm512_div_ps(num, _mm512_mul_ps(dh, dl)));
+        // The estimate's 2^-14 error moves a mapped colour by far less than a code.
+        const __m512 t = _mm512_min_ps(one, _mm512_mul_ps(num, _mm512_rcp14_ps(_mm512_mul_ps(dh, dl))));
         *r = _mm512_mask_blend_ps(outside, *r, _mm512_fmadd_ps(t, _mm512_sub_ps(*r, l), l));
         *g = _mm512_mask_blend_ps(outside, *g, _mm512_fmadd_ps(t, _mm512_sub_ps(*g, l), l));
         *b = _mm512_mask_blend_ps(outside, *b, _mm512_fmadd_ps(t, _mm512_sub_ps(*b, l), l));
@@ -232,7 +237,7 @@ void GamutRow(const GamutParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w
 
 void ToneRow(const ToneParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) {
     const Out out(p.out);
-    const Power ootf(p.ootf_power);
+    const Power ootf(p.ootf_power, 1.0f);
     const Ratio ratio(p.curve_log);
     const __m512 scale = _mm512_set1_ps(p.scale);
     Rows rows{r8, g8, b8, w};
@@ -249,7 +254,8 @@ void ToneRow(const ToneParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) 
                     _mm512_set1_ps(0.0593f), b[q],
                     _mm512_fmadd_ps(_mm512_set1_ps(0.6780f), g[q],
                                     _mm512_mul_ps(_mm512_set1_ps(0.2627f), r[q])));
-                const __m512 od = ootf.At(ys);
+                const __m512 od = ootf.At(_mm512_min_ps(
+                    _mm512_max_ps(ys, _mm512_set1_ps(kDarkest)), _mm512_set1_ps(1.0f)));
                 const __m512 top =
                     _mm512_min_ps(_mm512_mul_ps(od, _mm512_max_ps(r[q], _mm512_max_ps(g[q], b[q]))),
                                   _mm512_set1_ps(1.0f));
