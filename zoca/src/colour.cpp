@@ -238,20 +238,17 @@ ModeParams ParamsOf(int mode) {
     }
 }
 
-constexpr int kRatioLogSize = (kRatioOctaves << kRatioSteps) + 1;
 
 struct ToneTables {
     ModeParams params;
     // PQ: nits of each code, and the gain for a pixel whose largest code is the index.
     float nits[256];
     float gain[256];
-    // HLG: scene light of each code, Ys^(gamma-1) by encode index, and the EETF ratio
-    // over display light / peak (uniform), and the curve out over the peak per octave.
+    // HLG: scene light of each code, Ys^(gamma-1) by encode index, and the EETF.
     float scene[256];
     SlicedTable nits_sliced, gain_sliced, scene_sliced;
     float ootf[kEncodeSize];
-    float ratio[kRatioSize + 1];
-    float curve_log[kRatioLogSize];
+    CurveCubic curve;
 };
 
 constexpr double kHlgGamma = 1.2;  // BT.2100 system gamma for a 1000-nit display
@@ -278,17 +275,32 @@ ToneTables BuildTone(int mode) {
     for (int i = 0; i < kEncodeSize; ++i) {
         t.ootf[i] = static_cast<float>(std::pow(IndexCentre(i), kHlgGamma - 1.0));
     }
-    for (int i = 0; i <= kRatioSize; ++i) {
-        t.ratio[i] = static_cast<float>(RatioAt(mp, static_cast<double>(i) / kRatioSize));
-    }
-    // Sample i sits at 2^(i / steps - octaves) in the float's bit pattern, which is
-    // where the vector build's index lands.
-    for (int i = 0; i < kRatioLogSize; ++i) {
-        const uint32_t bits = static_cast<uint32_t>((127 - kRatioOctaves) * (1 << kRatioSteps) + i)
-                              << (23 - kRatioSteps);
-        float top;
-        std::memcpy(&top, &bits, sizeof(top));
-        t.curve_log[i] = static_cast<float>(top * RatioAt(mp, top));
+    // Interval i spans [x_i, x_i+1) with x_i at 2^(i / steps - octaves) in the float's
+    // bit pattern; its cubic in the fraction f matches the curve and its slope at both
+    // ends (cubic Hermite).
+    auto point = [](int i) {
+        const uint32_t bits = static_cast<uint32_t>(((127 - kCurveOctaves) << kCurveSteps) + i)
+                              << (23 - kCurveSteps);
+        float x;
+        std::memcpy(&x, &bits, sizeof(x));
+        return static_cast<double>(x);
+    };
+    auto out = [&](double x) { return x * RatioAt(mp, x); };
+    auto slope = [&](double x) {
+        const double h = x * 1e-6;
+        return x + h > 1.0 ? (out(x) - out(x - h)) / h : (out(x + h) - out(x - h)) / (2 * h);
+    };
+    for (int i = 0; i < kCurveSize; ++i) {
+        const double x0 = point(i);
+        const double x1 = point(i + 1);
+        const double a = out(x0);
+        const double b = out(x1);
+        const double da = slope(x0) * (x1 - x0);
+        const double db = slope(x1) * (x1 - x0);
+        t.curve.c[0][i] = static_cast<float>(a);
+        t.curve.c[1][i] = static_cast<float>(da);
+        t.curve.c[2][i] = static_cast<float>(3 * (b - a) - 2 * da - db);
+        t.curve.c[3][i] = static_cast<float>(2 * (a - b) + da + db);
     }
     return t;
 }
@@ -324,8 +336,7 @@ ToneParams ToneParamsOf(int mode) {
     p.scene_sliced = &t.scene_sliced;
     p.ootf = t.ootf;
     p.ootf_power = PowerCurve::Of(kHlgGamma - 1.0);
-    p.ratio = t.ratio;
-    p.curve_log = t.curve_log;
+    p.curve = &t.curve;
     p.scale = static_cast<float>(t.params.master / t.params.target);
     p.out = MakeGamut(nullptr, Primaries::BT2020, Primaries::BT709, TablesOf(Transfer::BT1886));
     return p;

@@ -57,12 +57,20 @@ struct GamutParams {
     Encoder enc;
 };
 
-// The uniform ratio table of the HLG route, and the curve sampled per octave for the
-// vector build (8 steps an octave over [2^-8, 1], linear between samples; the identity
-// below, as the curve's knee sits far above 2^-8).
-constexpr int kRatioSize = 4096;
-constexpr int kRatioOctaves = 8;
-constexpr int kRatioSteps = 3;  // log2 of the steps per octave
+// The HLG route's curve, display light out over display light in (both over the peak),
+// as a cubic per interval: 8 intervals an octave over [2^-8, 1], each cubic in the
+// fraction of its interval, which the float's low bits give directly. Below 2^-8 the
+// curve is the identity (its knee sits far above).
+constexpr int kCurveOctaves = 8;
+constexpr int kCurveSteps = 3;  // log2 of the intervals per octave
+constexpr int kCurveSize = kCurveOctaves << kCurveSteps;
+
+// Per-interval coefficients: out = ((c[3][i] f + c[2][i]) f + c[1][i]) f + c[0][i].
+struct CurveCubic {
+    float c[4][kCurveSize];
+    // The curve's ratio (out over in) at top in [0, 1].
+    float RatioAt(float top) const;
+};
 
 struct ToneParams {
     bool hlg;
@@ -73,14 +81,13 @@ struct ToneParams {
     const float* gain;
     const SlicedTable* nits_sliced;
     const SlicedTable* gain_sliced;
-    // HLG: scene light of each code; Ys^(gamma-1) by encode index; the curve's ratio
-    // by display light over the peak (uniform), and the curve itself (per octave).
+    // HLG: scene light of each code; Ys^(gamma-1) by encode index and as a power; the
+    // curve by display light over the peak.
     const float* scene;
     const SlicedTable* scene_sliced;
     const float* ootf;
     PowerCurve ootf_power;
-    const float* ratio;
-    const float* curve_log;  // display light out over the peak at (kRatioOctaves << kRatioSteps) + 1 points
+    const CurveCubic* curve;
     float scale;             // peak of the HDR signal over the SDR target
     GamutParams out;         // BT.2020 -> BT.709 and the BT.1886 encoding (decode unused)
 };

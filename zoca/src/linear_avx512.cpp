@@ -136,8 +136,9 @@ struct Out {
         const __m512 dl = _mm512_max_ps(_mm512_sub_ps(l, lo), tiny);
         const __m512 num =
             _mm512_min_ps(_mm512_mul_ps(_mm512_sub_ps(one, l), dl), _mm512_mul_ps(l, dh));
-        // The estimate's 2^-14 error moves a mapped colour by far less than a code.
-        const __m512 t = _mm512_min_ps(one, _mm512_mul_ps(num, _mm512_rcp14_ps(_mm512_mul_ps(dh, dl))));
+        // A true division: the channel that sets t lands on 0 or 1, and an estimate's
+        // error there would show as several codes in the dark.
+        const __m512 t = _mm512_min_ps(one, _mm512_div_ps(num, _mm512_mul_ps(dh, dl)));
         *r = _mm512_mask_blend_ps(outside, *r, _mm512_fmadd_ps(t, _mm512_sub_ps(*r, l), l));
         *g = _mm512_mask_blend_ps(outside, *g, _mm512_fmadd_ps(t, _mm512_sub_ps(*g, l), l));
         *b = _mm512_mask_blend_ps(outside, *b, _mm512_fmadd_ps(t, _mm512_sub_ps(*b, l), l));
@@ -178,17 +179,13 @@ void FinishAll(const Out& out, const __m512 r[4], const __m512 g[4], const __m51
     *B = Pack64(cb);
 }
 
-// Display light over the peak -> the curve's ratio. The curve itself (not the ratio)
-// is linear between the per-octave samples, which keeps it monotonic where it flattens
-// toward the target peak; the ratio is 1 below the first octave.
+// CurveCubic::RatioAt on 16 lanes.
 struct Ratio {
-    __m512 lo[4];  // sample i
-    __m512 hi[4];  // sample i + 1
+    __m512 c[4][4];  // coefficient k, entries 16 j .. 16 j + 15
 
-    explicit Ratio(const float* t) {
+    explicit Ratio(const CurveCubic& cc) {
         for (int k = 0; k < 4; ++k) {
-            lo[k] = _mm512_loadu_ps(t + 16 * k);
-            hi[k] = _mm512_loadu_ps(t + 16 * k + 1);
+            for (int j = 0; j < 4; ++j) c[k][j] = _mm512_loadu_ps(cc.c[k] + 16 * j);
         }
     }
 
@@ -200,11 +197,11 @@ struct Ratio {
     }
 
     __m512 At(__m512 top) const {
-        constexpr int kShift = 23 - kRatioSteps;
+        constexpr int kShift = 23 - kCurveSteps;
         const __m512i bits = _mm512_castps_si512(top);
         const __m512i pos = _mm512_sub_epi32(_mm512_srli_epi32(bits, kShift),
-                                             _mm512_set1_epi32((127 - kRatioOctaves) << kRatioSteps));
-        const __m512i last = _mm512_set1_epi32((kRatioOctaves << kRatioSteps) - 1);
+                                             _mm512_set1_epi32((127 - kCurveOctaves) << kCurveSteps));
+        const __m512i last = _mm512_set1_epi32(kCurveSize - 1);
         const __mmask16 below = _mm512_cmp_epi32_mask(pos, _mm512_setzero_si512(), _MM_CMPINT_LT);
         const __mmask16 end = _mm512_cmp_epi32_mask(pos, last, _MM_CMPINT_GT);
         const __m512i i = _mm512_min_epi32(pos, last);
@@ -212,8 +209,9 @@ struct Ratio {
             _mm512_cvtepi32_ps(_mm512_and_si512(bits, _mm512_set1_epi32((1 << kShift) - 1))),
             _mm512_set1_ps(1.0f / (1 << kShift)));
         f = _mm512_mask_mov_ps(f, end, _mm512_set1_ps(1.0f));
-        const __m512 a = Pick(lo, i);
-        const __m512 v = _mm512_fmadd_ps(f, _mm512_sub_ps(Pick(hi, i), a), a);
+        __m512 v = _mm512_fmadd_ps(Pick(c[3], i), f, Pick(c[2], i));
+        v = _mm512_fmadd_ps(v, f, Pick(c[1], i));
+        v = _mm512_fmadd_ps(v, f, Pick(c[0], i));
         return _mm512_mask_blend_ps(below, _mm512_div_ps(v, top), _mm512_set1_ps(1.0f));
     }
 };
@@ -238,7 +236,7 @@ void GamutRow(const GamutParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w
 void ToneRow(const ToneParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) {
     const Out out(p.out);
     const Power ootf(p.ootf_power, 1.0f);
-    const Ratio ratio(p.curve_log);
+    const Ratio ratio(*p.curve);
     const __m512 scale = _mm512_set1_ps(p.scale);
     Rows rows{r8, g8, b8, w};
     __m512i R, G, B;
