@@ -309,9 +309,9 @@ void BM_LinearKernel(benchmark::State& st) {
     uint32_t seed = 99;
     for (auto& v : frame) v = static_cast<uint8_t>((seed = seed * 1664525u + 1013904223u) >> 24);
     std::vector<uint8_t> row(3 * kW);
-    const zoca::GamutParams gp =
-        work == kGamutInto2020 ? zoca::GamutParamsOf(ZOCA_CS_BT709, ZOCA_CS_BT2020)
-                               : zoca::GamutParamsOf(ZOCA_CS_BT2020, ZOCA_CS_BT709);
+    const zoca::GamutParams gp = work == kGamutInto2020
+                                     ? zoca::GamutParamsOf(ZOCA_CS_BT709, ZOCA_CS_BT2020)
+                                     : zoca::GamutParamsOf(ZOCA_CS_BT2020, ZOCA_CS_BT709);
     const zoca::ToneParams tp =
         zoca::ToneParamsOf(work == kToneHlg ? ZOCA_HDR_HLG : ZOCA_HDR_DEFAULT);
     for (auto _ : st) {

@@ -238,7 +238,6 @@ ModeParams ParamsOf(int mode) {
     }
 }
 
-
 struct ToneTables {
     ModeParams params;
     // PQ: nits of each code, and the gain for a pixel whose largest code is the index.

@@ -73,8 +73,8 @@ float CurveCubic::RatioAt(float top) const {
     const int pos = static_cast<int>(bits >> kShift) - ((127 - kCurveOctaves) << kCurveSteps);
     if (pos < 0) return 1.0f;
     const int i = std::min(pos, kCurveSize - 1);
-    const float f = pos > i ? 1.0f : static_cast<float>(bits & ((1u << kShift) - 1)) *
-                                         (1.0f / (1 << kShift));
+    const float f =
+        pos > i ? 1.0f : static_cast<float>(bits & ((1u << kShift) - 1)) * (1.0f / (1 << kShift));
     const float out = ((c[3][i] * f + c[2][i]) * f + c[1][i]) * f + c[0][i];
     return out / top;
 }
@@ -209,7 +209,8 @@ void HlgPlain(const ToneParams& p, const uint8_t* r, const uint8_t* g, const uin
     LinearIndices(od, c.idx, n);
     for (int x = 0; x < n; ++x) od[x] = p.ootf[c.idx[x]];
     for (int x = 0; x < n; ++x) {
-        const float top = Min(od[x] * Max(c.r[x], Max(c.g[x], c.b[x])), 1.0f);  // display max / peak
+        const float top =
+            Min(od[x] * Max(c.r[x], Max(c.g[x], c.b[x])), 1.0f);  // display max / peak
         const float k = od[x] * p.curve->RatioAt(top) * p.scale;
         c.r[x] *= k;
         c.g[x] *= k;

@@ -49,8 +49,8 @@ struct Encoder {
 struct GamutParams {
     const float* decode;  // 256 linear values by source code
     const SlicedTable* decode_sliced;
-    float m[9];           // linear source RGB -> linear destination RGB
-    float lum[3];         // luminance of each destination primary
+    float m[9];    // linear source RGB -> linear destination RGB
+    float lum[3];  // luminance of each destination primary
     // False when no colour can leave the destination gamut (every coefficient >= 0 and
     // rows summing to 1), so clamping replaces the mapping.
     bool map;
@@ -88,8 +88,8 @@ struct ToneParams {
     const float* ootf;
     PowerCurve ootf_power;
     const CurveCubic* curve;
-    float scale;             // peak of the HDR signal over the SDR target
-    GamutParams out;         // BT.2020 -> BT.709 and the BT.1886 encoding (decode unused)
+    float scale;      // peak of the HDR signal over the SDR target
+    GamutParams out;  // BT.2020 -> BT.709 and the BT.1886 encoding (decode unused)
 };
 
 enum class Kernel { Plain, Avx512 };

@@ -35,10 +35,10 @@ inline void Lookup64(const SlicedTable& t, __m512i codes, __m512 out[4]) {
     __m512i b[4];
     for (int k = 0; k < 4; ++k) {
         const uint8_t* p = t.plane[k];
-        const __m512i lo = _mm512_permutex2var_epi8(_mm512_load_si512(p), codes,
-                                                    _mm512_load_si512(p + 64));
-        const __m512i hi = _mm512_permutex2var_epi8(_mm512_load_si512(p + 128), codes,
-                                                    _mm512_load_si512(p + 192));
+        const __m512i lo =
+            _mm512_permutex2var_epi8(_mm512_load_si512(p), codes, _mm512_load_si512(p + 64));
+        const __m512i hi =
+            _mm512_permutex2var_epi8(_mm512_load_si512(p + 128), codes, _mm512_load_si512(p + 192));
         b[k] = _mm512_mask_blend_epi8(upper, lo, hi);
     }
     const __m512i w0 = _mm512_unpacklo_epi8(b[0], b[1]);
@@ -71,7 +71,8 @@ struct Power {
     // mantissa in [1, 2) from the rest.
     __m512 At(__m512 x) const {
         const __m512i bits = _mm512_castps_si512(x);
-        const __m512i i = _mm512_sub_epi32(_mm512_srli_epi32(bits, 23), _mm512_set1_epi32(127 - 31));
+        const __m512i i =
+            _mm512_sub_epi32(_mm512_srli_epi32(bits, 23), _mm512_set1_epi32(127 - 31));
         const __m512 oct = _mm512_permutex2var_ps(o0, i, o1);
         const __m512 m = _mm512_castsi512_ps(_mm512_ternarylogic_epi32(
             bits, _mm512_set1_epi32(0x007fffff), _mm512_set1_epi32(0x3f800000), 0xea));
@@ -126,10 +127,11 @@ struct Out {
         const __m512 zero = _mm512_setzero_ps();
         const __m512 hi = _mm512_max_ps(*r, _mm512_max_ps(*g, *b));
         const __m512 lo = _mm512_min_ps(*r, _mm512_min_ps(*g, *b));
-        const __mmask16 outside = _mm512_cmp_ps_mask(hi, one, _CMP_GT_OQ) |
-                                  _mm512_cmp_ps_mask(lo, zero, _CMP_LT_OQ);
+        const __mmask16 outside =
+            _mm512_cmp_ps_mask(hi, one, _CMP_GT_OQ) | _mm512_cmp_ps_mask(lo, zero, _CMP_LT_OQ);
         if (outside == 0) return;
-        __m512 l = _mm512_fmadd_ps(lum[2], *b, _mm512_fmadd_ps(lum[1], *g, _mm512_mul_ps(lum[0], *r)));
+        __m512 l =
+            _mm512_fmadd_ps(lum[2], *b, _mm512_fmadd_ps(lum[1], *g, _mm512_mul_ps(lum[0], *r)));
         l = _mm512_min_ps(_mm512_max_ps(l, zero), one);
         const __m512 tiny = _mm512_set1_ps(1e-6f);
         const __m512 dh = _mm512_max_ps(_mm512_sub_ps(hi, l), tiny);
@@ -170,8 +172,8 @@ struct Rows {
     }
 };
 
-void FinishAll(const Out& out, const __m512 r[4], const __m512 g[4], const __m512 b[4],
-               __m512i* R, __m512i* G, __m512i* B) {
+void FinishAll(const Out& out, const __m512 r[4], const __m512 g[4], const __m512 b[4], __m512i* R,
+               __m512i* G, __m512i* B) {
     __m512i cr[4], cg[4], cb[4];
     for (int q = 0; q < 4; ++q) out.Finish(r[q], g[q], b[q], &cr[q], &cg[q], &cb[q]);
     *R = Pack64(cr);
@@ -199,8 +201,9 @@ struct Ratio {
     __m512 At(__m512 top) const {
         constexpr int kShift = 23 - kCurveSteps;
         const __m512i bits = _mm512_castps_si512(top);
-        const __m512i pos = _mm512_sub_epi32(_mm512_srli_epi32(bits, kShift),
-                                             _mm512_set1_epi32((127 - kCurveOctaves) << kCurveSteps));
+        const __m512i pos =
+            _mm512_sub_epi32(_mm512_srli_epi32(bits, kShift),
+                             _mm512_set1_epi32((127 - kCurveOctaves) << kCurveSteps));
         const __m512i last = _mm512_set1_epi32(kCurveSize - 1);
         const __mmask16 below = _mm512_cmp_epi32_mask(pos, _mm512_setzero_si512(), _MM_CMPINT_LT);
         const __mmask16 end = _mm512_cmp_epi32_mask(pos, last, _MM_CMPINT_GT);
@@ -248,12 +251,12 @@ void ToneRow(const ToneParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) 
             Lookup64(*p.scene_sliced, G, g);
             Lookup64(*p.scene_sliced, B, b);
             for (int q = 0; q < 4; ++q) {
-                const __m512 ys = _mm512_fmadd_ps(
-                    _mm512_set1_ps(0.0593f), b[q],
-                    _mm512_fmadd_ps(_mm512_set1_ps(0.6780f), g[q],
-                                    _mm512_mul_ps(_mm512_set1_ps(0.2627f), r[q])));
-                const __m512 od = ootf.At(_mm512_min_ps(
-                    _mm512_max_ps(ys, _mm512_set1_ps(kDarkest)), _mm512_set1_ps(1.0f)));
+                const __m512 ys =
+                    _mm512_fmadd_ps(_mm512_set1_ps(0.0593f), b[q],
+                                    _mm512_fmadd_ps(_mm512_set1_ps(0.6780f), g[q],
+                                                    _mm512_mul_ps(_mm512_set1_ps(0.2627f), r[q])));
+                const __m512 od = ootf.At(_mm512_min_ps(_mm512_max_ps(ys, _mm512_set1_ps(kDarkest)),
+                                                        _mm512_set1_ps(1.0f)));
                 const __m512 top =
                     _mm512_min_ps(_mm512_mul_ps(od, _mm512_max_ps(r[q], _mm512_max_ps(g[q], b[q]))),
                                   _mm512_set1_ps(1.0f));

@@ -141,7 +141,8 @@ enum {
     // PQ, mastering peak 1000 nits (typical HDR10), SDR peak 100 nits = code 255.
     ZOCA_HDR_DEFAULT = 1,
     // HLG: BT.2100 inverse OETF, then the OOTF of a 1000-nit display (system gamma 1.2,
-    // on scene luminance), then the BT.2390 EETF from 1000 to 100 nits as above.
+    // on scene luminance), then the BT.2390 EETF from 1000 to 100 nits as above (held
+    // as one cubic per eighth of an octave of display light, within 4e-5 of the curve).
     ZOCA_HDR_HLG = 2,
     // PQ, mastering peak 1000 nits, SDR peak at 203 nits (BT.2408 HDR reference white
     // becomes SDR white): brighter mid-tones, highlights above ~100 nits compressed.
