@@ -9,7 +9,8 @@
 
 #include "zoca/zoca.h"
 
-// The hot loops get an AVX2 build beside the baseline one, picked at load time.
+// The hot loops get Ice Lake (AVX-512) and AVX2 builds beside the baseline one, picked
+// at load time.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
 #define ZOCA_HOT __attribute__((target_clones("arch=icelake-server", "avx2", "default")))
 #else
