@@ -109,8 +109,7 @@ double SrgbInverse(double l) {
 }
 
 struct TransferTables {
-    float decode[256];
-    SlicedTable decode_sliced;
+    CodeTable decode;
     uint8_t encode[kEncodeSize];
     PowerCurve power;  // the 1/2.4 power at the core of both inverse curves
     bool srgb;
@@ -118,16 +117,15 @@ struct TransferTables {
 
 TransferTables BuildTransfer(Transfer t) {
     TransferTables tt;
-    for (int i = 0; i < 256; ++i) {
+    tt.decode.Fill([t](int i) {
         const double v = i / 255.0;
-        tt.decode[i] = static_cast<float>(t == Transfer::SRGB ? SrgbEotf(v) : Bt1886Eotf(v));
-    }
+        return t == Transfer::SRGB ? SrgbEotf(v) : Bt1886Eotf(v);
+    });
     for (int i = 0; i < kEncodeSize; ++i) {
         const double l = IndexCentre(i);
         const double v = t == Transfer::SRGB ? SrgbInverse(l) : Bt1886Inverse(l);
         tt.encode[i] = static_cast<uint8_t>(std::lround(std::min(std::max(v, 0.0), 1.0) * 255.0));
     }
-    tt.decode_sliced.From(tt.decode);
     tt.power = PowerCurve::Of(1.0 / 2.4);
     tt.srgb = t == Transfer::SRGB;
     return tt;
@@ -144,8 +142,7 @@ const TransferTables& TablesOf(Transfer t) {
 GamutParams MakeGamut(const TransferTables* in, Primaries from, Primaries to,
                       const TransferTables& out) {
     GamutParams p{};
-    p.decode = in != nullptr ? in->decode : nullptr;
-    p.decode_sliced = in != nullptr ? &in->decode_sliced : nullptr;
+    p.decode = in != nullptr ? &in->decode : nullptr;
     const Mat3 to_xyz = RgbToXyz(to);
     const Mat3 conv = Mul(Inverse(to_xyz), RgbToXyz(from));
     p.map = false;
@@ -240,11 +237,10 @@ ModeParams ParamsOf(int mode) {
 struct ToneTables {
     ModeParams params;
     // PQ: nits of each code, and the gain for a pixel whose largest code is the index.
-    float nits[256];
-    float gain[256];
+    CodeTable nits;
+    CodeTable gain;
     // HLG: scene light of each code, Ys^(gamma-1) by encode index, and the EETF.
-    float scene[256];
-    SlicedTable nits_sliced, gain_sliced, scene_sliced;
+    CodeTable scene;
     float ootf[kEncodeSize];
     CurveCubic curve;
 };
@@ -260,16 +256,9 @@ ToneTables BuildTone(int mode) {
     ToneTables t{};
     const ModeParams mp = ParamsOf(mode);
     t.params = mp;
-    for (int i = 0; i < 256; ++i) {
-        const double n = PqEotf(i / 255.0);
-        t.nits[i] = static_cast<float>(n);
-        t.gain[i] = static_cast<float>(n > 0 ? Eetf(n, mp.master, mp.target) / n / mp.target
-                                             : 1.0 / mp.target);
-        t.scene[i] = static_cast<float>(HlgInverseOetf(i / 255.0));
-    }
-    t.nits_sliced.From(t.nits);
-    t.gain_sliced.From(t.gain);
-    t.scene_sliced.From(t.scene);
+    t.nits.Fill([](int i) { return PqEotf(i / 255.0); });
+    t.gain.Fill([&](int i) { return RatioAt(mp, PqEotf(i / 255.0) / mp.master) / mp.target; });
+    t.scene.Fill([](int i) { return HlgInverseOetf(i / 255.0); });
     for (int i = 0; i < kEncodeSize; ++i) {
         t.ootf[i] = static_cast<float>(std::pow(IndexCentre(i), kHlgGamma - 1.0));
     }
@@ -326,12 +315,9 @@ ToneParams ToneParamsOf(int mode) {
     const ToneTables& t = ToneTablesOf(mode);
     ToneParams p{};
     p.hlg = t.params.hlg;
-    p.nits = t.nits;
-    p.gain = t.gain;
-    p.scene = t.scene;
-    p.nits_sliced = &t.nits_sliced;
-    p.gain_sliced = &t.gain_sliced;
-    p.scene_sliced = &t.scene_sliced;
+    p.nits = &t.nits;
+    p.gain = &t.gain;
+    p.scene = &t.scene;
     p.ootf = t.ootf;
     p.ootf_power = PowerCurve::Of(kHlgGamma - 1.0);
     p.curve = &t.curve;

@@ -169,7 +169,7 @@ struct Chunk {
 
 void GamutPlain(const GamutParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) {
     Chunk c;
-    const float* dec = p.decode;
+    const float* dec = p.decode->value;
     for (int x0 = 0; x0 < w; x0 += kChunk) {
         const int n = std::min(kChunk, w - x0);
         uint8_t* r = r8 + x0;
@@ -189,10 +189,10 @@ void GamutPlain(const GamutParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int
 void PqPlain(const ToneParams& p, const uint8_t* r, const uint8_t* g, const uint8_t* b, Chunk& c,
              int n) {
     for (int x = 0; x < n; ++x) {
-        const float gain = p.gain[std::max(r[x], std::max(g[x], b[x]))];
-        c.r[x] = p.nits[r[x]] * gain;
-        c.g[x] = p.nits[g[x]] * gain;
-        c.b[x] = p.nits[b[x]] * gain;
+        const float gain = p.gain->value[std::max(r[x], std::max(g[x], b[x]))];
+        c.r[x] = p.nits->value[r[x]] * gain;
+        c.g[x] = p.nits->value[g[x]] * gain;
+        c.b[x] = p.nits->value[b[x]] * gain;
     }
 }
 
@@ -200,9 +200,9 @@ void HlgPlain(const ToneParams& p, const uint8_t* r, const uint8_t* g, const uin
               int n) {
     float* od = c.t;
     for (int x = 0; x < n; ++x) {
-        c.r[x] = p.scene[r[x]];
-        c.g[x] = p.scene[g[x]];
-        c.b[x] = p.scene[b[x]];
+        c.r[x] = p.scene->value[r[x]];
+        c.g[x] = p.scene->value[g[x]];
+        c.b[x] = p.scene->value[b[x]];
         od[x] = 0.2627f * c.r[x] + 0.6780f * c.g[x] + 0.0593f * c.b[x];  // scene luminance Ys
     }
     // BT.2100 OOTF: display light = peak * Ys^(gamma-1) * scene light.

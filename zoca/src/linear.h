@@ -38,6 +38,17 @@ struct alignas(64) SlicedTable {
     void From(const float* table);
 };
 
+// 256 values by 8-bit code, with the byte planes the vector build reads them from.
+struct CodeTable {
+    float value[256];
+    SlicedTable bytes;
+    template <typename F>
+    void Fill(F f) {
+        for (int i = 0; i < 256; ++i) value[i] = static_cast<float>(f(i));
+        bytes.From(value);
+    }
+};
+
 // Linear light -> 8-bit code of the destination's curve.
 struct Encoder {
     const uint8_t* table;  // kEncodeSize codes by index (plain build)
@@ -47,10 +58,9 @@ struct Encoder {
 
 // Source codes -> linear light, into the destination's primaries, back to codes.
 struct GamutParams {
-    const float* decode;  // 256 linear values by source code
-    const SlicedTable* decode_sliced;
-    float m[9];    // linear source RGB -> linear destination RGB
-    float lum[3];  // luminance of each destination primary
+    const CodeTable* decode;  // linear light by source code
+    float m[9];               // linear source RGB -> linear destination RGB
+    float lum[3];             // luminance of each destination primary
     // False when no colour can leave the destination gamut (every coefficient >= 0 and
     // rows summing to 1), so clamping replaces the mapping.
     bool map;
@@ -77,14 +87,11 @@ struct ToneParams {
     // PQ: nits of each code, and the gain (the curve's ratio over the target peak) for
     // a pixel whose largest code is the index (PQ is monotonic, so the largest code is
     // the largest light).
-    const float* nits;
-    const float* gain;
-    const SlicedTable* nits_sliced;
-    const SlicedTable* gain_sliced;
+    const CodeTable* nits;
+    const CodeTable* gain;
     // HLG: scene light of each code; Ys^(gamma-1) by encode index and as a power; the
     // curve by display light over the peak.
-    const float* scene;
-    const SlicedTable* scene_sliced;
+    const CodeTable* scene;
     const float* ootf;
     PowerCurve ootf_power;
     const CurveCubic* curve;

@@ -228,9 +228,9 @@ void GamutRow(const GamutParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w
     __mmask64 m;
     while (rows.Next(&R, &G, &B, &m)) {
         __m512 r[4], g[4], b[4];
-        Lookup64(*p.decode_sliced, R, r);
-        Lookup64(*p.decode_sliced, G, g);
-        Lookup64(*p.decode_sliced, B, b);
+        Lookup64(p.decode->bytes, R, r);
+        Lookup64(p.decode->bytes, G, g);
+        Lookup64(p.decode->bytes, B, b);
         FinishAll(out, r, g, b, &R, &G, &B);
         rows.Put(R, G, B, m);
     }
@@ -247,9 +247,9 @@ void ToneRow(const ToneParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) 
     while (rows.Next(&R, &G, &B, &m)) {
         __m512 r[4], g[4], b[4];
         if (p.hlg) {
-            Lookup64(*p.scene_sliced, R, r);
-            Lookup64(*p.scene_sliced, G, g);
-            Lookup64(*p.scene_sliced, B, b);
+            Lookup64(p.scene->bytes, R, r);
+            Lookup64(p.scene->bytes, G, g);
+            Lookup64(p.scene->bytes, B, b);
             for (int q = 0; q < 4; ++q) {
                 const __m512 ys =
                     _mm512_fmadd_ps(_mm512_set1_ps(0.0593f), b[q],
@@ -267,10 +267,10 @@ void ToneRow(const ToneParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) 
             }
         } else {
             __m512 gain[4];
-            Lookup64(*p.gain_sliced, _mm512_max_epu8(R, _mm512_max_epu8(G, B)), gain);
-            Lookup64(*p.nits_sliced, R, r);
-            Lookup64(*p.nits_sliced, G, g);
-            Lookup64(*p.nits_sliced, B, b);
+            Lookup64(p.gain->bytes, _mm512_max_epu8(R, _mm512_max_epu8(G, B)), gain);
+            Lookup64(p.nits->bytes, R, r);
+            Lookup64(p.nits->bytes, G, g);
+            Lookup64(p.nits->bytes, B, b);
             for (int q = 0; q < 4; ++q) {
                 r[q] = _mm512_mul_ps(r[q], gain[q]);
                 g[q] = _mm512_mul_ps(g[q], gain[q]);
