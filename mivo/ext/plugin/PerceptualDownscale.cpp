@@ -51,7 +51,7 @@ PdBuffer::~PdBuffer() {
 
 namespace {
 
-// One position of the block statistics; both kernels share its order of summation.
+// One position of the block statistics.
 void blockStatsAt(const PdPlane& plane, int bx, int by, int bw, float inverseArea,
                   PdBuffer& scratch) {
     float sum = 0.0f;
@@ -70,70 +70,12 @@ void blockStatsAt(const PdPlane& plane, int bx, int by, int bw, float inverseAre
     scratch.blockSquareMean[at] = clampUnit(squares * inverseArea);
 }
 
-}  // namespace
-
-void pdBlockStatsScalar(const PdPlane& plane, int bw, int bh, PdBuffer& scratch) {
+void blockStats(const PdPlane& plane, int bw, int bh, PdBuffer& scratch) {
     const float inverseArea = 1.0f / static_cast<float>(plane.block * plane.block);
     for (int by = 0; by < bh; ++by) {
         for (int bx = 0; bx < bw; ++bx) blockStatsAt(plane, bx, by, bw, inverseArea, scratch);
     }
 }
-
-namespace {
-
-typedef float Float4 __attribute__((vector_size(16)));
-
-inline Float4 clampUnit4(Float4 v) {
-    const Float4 zero = {0.0f, 0.0f, 0.0f, 0.0f};
-    const Float4 one = {1.0f, 1.0f, 1.0f, 1.0f};
-    v = (v < zero) ? zero : v;
-    return (one < v) ? one : v;
-}
-
-}  // namespace
-
-void pdBlockStatsVector(const PdPlane& plane, int bw, int bh, PdBuffer& scratch) {
-    const float inverseArea = 1.0f / static_cast<float>(plane.block * plane.block);
-    const Float4 inverse4 = {inverseArea, inverseArea, inverseArea, inverseArea};
-    const Float4 normalise4 = {kNormalise, kNormalise, kNormalise, kNormalise};
-    const int wide = bw - bw % 4;
-    const size_t laneStride = static_cast<size_t>(plane.factor) * plane.step;
-    for (int by = 0; by < bh; ++by) {
-        for (int bx = 0; bx < wide; bx += 4) {
-            Float4 sum = {0.0f, 0.0f, 0.0f, 0.0f};
-            Float4 squares = {0.0f, 0.0f, 0.0f, 0.0f};
-            for (int j = 0; j < plane.block; ++j) {
-                const size_t row = static_cast<size_t>(by * plane.factor + j) * plane.width;
-                const uint8_t* base = plane.source +
-                                      (row + static_cast<size_t>(bx) * plane.factor) * plane.step +
-                                      plane.offset;
-                for (int i = 0; i < plane.block; ++i) {
-                    const uint8_t* p = base + static_cast<size_t>(i) * plane.step;
-                    const Float4 bytes = {static_cast<float>(p[0]),
-                                          static_cast<float>(p[laneStride]),
-                                          static_cast<float>(p[2 * laneStride]),
-                                          static_cast<float>(p[3 * laneStride])};
-                    const Float4 v = bytes * normalise4;
-                    sum += v;
-                    squares += v * v;
-                }
-            }
-            const size_t at = static_cast<size_t>(by) * bw + bx;
-            const Float4 mean = clampUnit4(sum * inverse4);
-            const Float4 squareMean = clampUnit4(squares * inverse4);
-            for (int lane = 0; lane < 4; ++lane) {
-                scratch.blockMean[at + lane] = mean[lane];
-                scratch.blockSquareMean[at + lane] = squareMean[lane];
-            }
-        }
-    }
-    // The last columns that do not fill four lanes.
-    for (int by = 0; by < bh; ++by) {
-        for (int bx = wide; bx < bw; ++bx) blockStatsAt(plane, bx, by, bw, inverseArea, scratch);
-    }
-}
-
-namespace {
 
 // Mean and detail ratio from a neighbourhood's sums; r x r = area positions.
 inline void finishNeighbourhood(float sumL, float sumLL, float sumL2, float area, float& mean,
@@ -179,12 +121,13 @@ void neighbourhoodStats(const PdPlane& plane, int bw, int bh, PdBuffer& scratch)
     }
 }
 
-// Only the first `writableRows` output rows are stored (the statistics still span all bh).
-void writeOutput(const PdPlane& plane, int bw, int bh, int writableRows, const PdBuffer& scratch) {
+// Only the first `fit` samples, in output order, are stored (the statistics span the plane).
+void writeOutput(const PdPlane& plane, int bw, int bh, size_t fit, const PdBuffer& scratch) {
     const int r = plane.neighbour;
     const float inverseArea = 1.0f / static_cast<float>(r * r);
-    for (int y = 0; y < std::min(bh, writableRows); ++y) {
+    for (int y = 0; y < bh && static_cast<size_t>(y) * bw < fit; ++y) {
         const size_t row = static_cast<size_t>(y) * bw;
+        const int count = static_cast<int>(std::min<size_t>(fit - row, bw));
         const size_t above = static_cast<size_t>(std::max(y, 1) - 1) * bw;
         const float* l = scratch.blockMean + row;
         const float* m = scratch.neighbourMean + row;
@@ -202,7 +145,7 @@ void writeOutput(const PdPlane& plane, int bw, int bh, int writableRows, const P
             out[static_cast<size_t>(x) * plane.step] = static_cast<uint8_t>(sample);
         };
         if (r < 2) {
-            for (int x = 0; x < bw; ++x) store(x, term(m[x], ratio[x], l[x]));
+            for (int x = 0; x < count; ++x) store(x, term(m[x], ratio[x], l[x]));
             continue;
         }
         // At the left and top border a neighbour is the centre itself, counted again.
@@ -215,13 +158,37 @@ void writeOutput(const PdPlane& plane, int bw, int bh, int writableRows, const P
             store(x, sum);
         };
         at(0, 0);
-        for (int x = 1; x < bw; ++x) at(x, x - 1);
+        for (int x = 1; x < count; ++x) at(x, x - 1);
     }
 }
 
 }  // namespace
 
-void perceptualDownscale(const _ZOCA_IMGB& src, const _ZOCA_IMGB& dst, bool vectorised) {
+bool pdKernelSupported(PdKernel kernel) {
+#if defined(__x86_64__) || defined(__i386__)
+    if (kernel == PdKernel::FusedAvx2) return __builtin_cpu_supports("avx2");
+    if (kernel == PdKernel::FusedAvx512)
+        return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+               __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq");
+    return true;
+#else
+    return kernel != PdKernel::FusedAvx2 && kernel != PdKernel::FusedAvx512;
+#endif
+}
+
+namespace {
+
+PdKernel bestKernel() {
+    static const PdKernel best = pdKernelSupported(PdKernel::FusedAvx512) ? PdKernel::FusedAvx512
+                                 : pdKernelSupported(PdKernel::FusedAvx2) ? PdKernel::FusedAvx2
+                                                                          : PdKernel::Fused;
+    return best;
+}
+
+}  // namespace
+
+void perceptualDownscale(const _ZOCA_IMGB& src, const _ZOCA_IMGB& dst, PdKernel kernel) {
+    if (kernel == PdKernel::Best || !pdKernelSupported(kernel)) kernel = bestKernel();
     const int k = dst.width[0] != 0 ? src.width[0] / dst.width[0] : 0;
     const bool semiPlanar = src.colorFormat == ZOCA_CF_NV12 || src.colorFormat == ZOCA_CF_NV21;
     std::shared_ptr<PdBuffer> scratch;
@@ -242,19 +209,30 @@ void perceptualDownscale(const _ZOCA_IMGB& src, const _ZOCA_IMGB& dst, bool vect
         const int bh = k != 0 ? plane.height / k : 0;
         scratch = std::make_shared<PdBuffer>(static_cast<size_t>(bw) * static_cast<size_t>(bh));
         if (bw == 0 || bh == 0) continue;
-        if (vectorised) {
-            pdBlockStatsVector(plane, bw, bh, *scratch);
-        } else {
-            pdBlockStatsScalar(plane, bw, bh, *scratch);
+        // Output rows are bw samples long whatever the destination's width, so a factor that
+        // does not divide the sizes would run past the destination plane: samples whose byte
+        // lies beyond it are skipped.
+        const size_t limit = static_cast<size_t>(std::max(dst.stride[q], 0)) *
+                             static_cast<size_t>(std::max(dst.scanlines[q], 0));
+        switch (kernel) {
+            case PdKernel::FusedAvx512:
+                pdFusedAvx512(plane, bw, bh, limit, *scratch);
+                break;
+            case PdKernel::FusedAvx2:
+                pdFusedAvx2(plane, bw, bh, limit, *scratch);
+                break;
+            case PdKernel::Fused:
+                pdFusedBase(plane, bw, bh, limit, *scratch);
+                break;
+            default: {
+                const size_t fit = limit > static_cast<size_t>(plane.offset)
+                                       ? (limit - plane.offset + plane.step - 1) / plane.step
+                                       : 0;
+                blockStats(plane, bw, bh, *scratch);
+                neighbourhoodStats(plane, bw, bh, *scratch);
+                writeOutput(plane, bw, bh, fit, *scratch);
+            }
         }
-        neighbourhoodStats(plane, bw, bh, *scratch);
-        // Output rows are bw samples long whatever the destination's width, so a factor
-        // that does not divide the sizes would run past the destination plane.
-        const size_t capacity = static_cast<size_t>(std::max(dst.stride[q], 0)) *
-                                static_cast<size_t>(std::max(dst.scanlines[q], 0));
-        const size_t rowBytes = static_cast<size_t>(bw) * plane.step;
-        const int writableRows = static_cast<int>(std::min<size_t>(capacity / rowBytes, bh));
-        writeOutput(plane, bw, bh, writableRows, *scratch);
     }
 }
 

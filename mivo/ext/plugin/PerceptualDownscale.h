@@ -39,14 +39,24 @@ struct PdPlane {
     int neighbour;  // r
 };
 
-// Block statistics, one position at a time: the reference.
-void pdBlockStatsScalar(const PdPlane& plane, int bw, int bh, PdBuffer& scratch);
-// Block statistics four positions at a time; equal to the reference byte for byte.
-void pdBlockStatsVector(const PdPlane& plane, int bw, int bh, PdBuffer& scratch);
+// Which code computes a plane. Every kernel gives the same bytes as `Plain`, the reference
+// that walks the passes one sample at a time over whole-plane scratch; the others fuse the
+// three passes row by row in two-row rings of the scratch, with wider vectors where the CPU
+// has them.
+enum class PdKernel { Plain, Fused, FusedAvx2, FusedAvx512, Best };
 
-// Downscales every plane of `src` into `dst` by the factor of their plane-0 widths.
-// `vectorised` picks the block-statistics kernel.
-void perceptualDownscale(const _ZOCA_IMGB& src, const _ZOCA_IMGB& dst, bool vectorised = true);
+// Whether this CPU can run `kernel` (Best and the portable ones always).
+bool pdKernelSupported(PdKernel kernel);
+
+// Downscales every plane of `src` into `dst` by the factor of their plane-0 widths. Samples
+// whose bytes would fall past a destination plane are skipped, all others written.
+void perceptualDownscale(const _ZOCA_IMGB& src, const _ZOCA_IMGB& dst,
+                         PdKernel kernel = PdKernel::Best);
+
+// The fused kernels, one per instruction set; `limit` is the plane's size in bytes.
+void pdFusedBase(const PdPlane& plane, int bw, int bh, size_t limit, PdBuffer& scratch);
+void pdFusedAvx2(const PdPlane& plane, int bw, int bh, size_t limit, PdBuffer& scratch);
+void pdFusedAvx512(const PdPlane& plane, int bw, int bh, size_t limit, PdBuffer& scratch);
 
 }  // namespace mivo::ext::detail
 

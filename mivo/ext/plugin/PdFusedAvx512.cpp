@@ -1,0 +1,3 @@
+// The row-fused downscaler built for one instruction set (flags in CMakeLists.txt).
+#define PD_FUSED_NAME pdFusedAvx512
+#include "PerceptualDownscaleRows.h"
