@@ -40,8 +40,51 @@ void addSamples(const uint8_t* __restrict p, int bw, int stride, float* __restri
     }
 }
 
+// A whole block row in one sweep, for the common factors: the sums stay in registers.
+template <int kFactor, int kStep, int kBlock>
+void blockRowFixed(const uint8_t* __restrict p, size_t rowBytes, int bw, float inverseArea,
+                   float* __restrict mean, float* __restrict squareMean) {
+    for (int x = 0; x < bw; ++x) {
+        float sum = 0.0f;
+        float squares = 0.0f;
+        for (int j = 0; j < kBlock; ++j) {
+            for (int i = 0; i < kBlock; ++i) {
+                const float v =
+                    p[j * rowBytes + static_cast<size_t>(x) * kFactor * kStep + i * kStep] *
+                    kNormalise;
+                sum += v;
+                squares += v * v;
+            }
+        }
+        mean[x] = clampUnit(sum * inverseArea);
+        squareMean[x] = clampUnit(squares * inverseArea);
+    }
+}
+
 void blockRow(const PdPlane& plane, int by, int bw, float inverseArea, float* __restrict mean,
               float* __restrict squareMean) {
+    const size_t rowBytes = static_cast<size_t>(plane.width) * plane.step;
+    const uint8_t* first =
+        plane.source + static_cast<size_t>(by) * plane.factor * rowBytes + plane.offset;
+    // Factor, step and block side as decimal digits (the block is never above the factor).
+    const int shape = plane.factor * 100 + plane.step * 10 + plane.block;
+    switch (shape) {
+        case 212:
+            return blockRowFixed<2, 1, 2>(first, rowBytes, bw, inverseArea, mean, squareMean);
+        case 221:
+            return blockRowFixed<2, 2, 1>(first, rowBytes, bw, inverseArea, mean, squareMean);
+        case 313:
+            return blockRowFixed<3, 1, 3>(first, rowBytes, bw, inverseArea, mean, squareMean);
+        case 321:
+            return blockRowFixed<3, 2, 1>(first, rowBytes, bw, inverseArea, mean, squareMean);
+        case 414:
+            return blockRowFixed<4, 1, 4>(first, rowBytes, bw, inverseArea, mean, squareMean);
+        case 422:
+            return blockRowFixed<4, 2, 2>(first, rowBytes, bw, inverseArea, mean, squareMean);
+        default:
+            break;
+    }
+    // Other factors add one sample of every block at a time.
     for (int x = 0; x < bw; ++x) mean[x] = squareMean[x] = 0.0f;
     const int stride = plane.factor * plane.step;
     for (int j = 0; j < plane.block; ++j) {
