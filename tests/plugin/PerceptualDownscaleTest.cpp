@@ -46,12 +46,10 @@ struct Image {
 Image sourceImage(int colorFormat, int cols, int rows, unsigned seed, bool natural) {
     std::vector<uint8_t> bytes = randomBytes(static_cast<size_t>(cols) * rows * 4, seed);
     if (natural) {
-        for (size_t i = 0; i < bytes.size(); ++i) {
-            const size_t x = i % cols, y = i / cols;
+        for (size_t i = 0, x = 0, y = 0; i < bytes.size(); ++i, x = i % cols, y = i / cols) {
             const int shade =
                 x < y ? 40 : static_cast<int>(120 + 60 * std::sin(x * 0.07 + y * 0.05));
-            bytes[i] =
-                static_cast<uint8_t>((x / 9 + y / 7) % 5 == 0 ? shade + bytes[i] % 3 : shade);
+            bytes[i] = static_cast<uint8_t>((x / 9 + y / 7) % 5 ? shade : shade + bytes[i] % 3);
         }
     }
     return Image(colorFormat, cols, rows, std::move(bytes));
@@ -59,65 +57,56 @@ Image sourceImage(int colorFormat, int cols, int rows, unsigned seed, bool natur
 
 // Every kernel this CPU runs, the plain one first.
 std::vector<PdKernel> kernels() {
-    std::vector<PdKernel> all;
-    for (PdKernel k :
-         {PdKernel::Plain, PdKernel::Fused, PdKernel::FusedAvx2, PdKernel::FusedAvx512})
-        if (ext::detail::pdKernelSupported(k)) all.push_back(k);
+    std::vector<PdKernel> all{PdKernel::Plain, PdKernel::Fused};
+    if (ext::detail::pdKernelSupported(PdKernel::FusedAvx2)) all.push_back(PdKernel::FusedAvx2);
+    if (ext::detail::pdKernelSupported(PdKernel::FusedAvx512)) all.push_back(PdKernel::FusedAvx512);
     return all;
 }
 
-// One plane of the method in double precision, each output sample from the input directly.
-uint8_t referenceSample(const uint8_t* base, int w, int step, int offset, int k, int block, int r,
-                        int bw, int bh, int x, int y) {
-    auto clamp01 = [](double v) { return std::min(std::max(v, 0.0), 1.0); };
-    auto blockMean = [&](int bx, int by, int power) {
-        double sum = 0;
-        for (int j = 0; j < block; ++j)
-            for (int i = 0; i < block; ++i)
-                sum += std::pow(
-                    base[(static_cast<size_t>(by * k + j) * w + bx * k + i) * step + offset] /
-                        255.0,
-                    power);
-        return clamp01(sum / (block * block));
-    };
-    auto term = [&](int tx, int ty, double centre) {  // M + R x (L - M) at one position
-        double m = 0, ll = 0, l2 = 0;
-        for (int dy = 0; dy < r; ++dy) {
-            for (int dx = 0; dx < r; ++dx) {
-                const double l = blockMean(std::min(tx + dx, bw - 1), std::min(ty + dy, bh - 1), 1);
-                m += l / (r * r);
-                ll += l * l / (r * r);
-                l2 += blockMean(std::min(tx + dx, bw - 1), std::min(ty + dy, bh - 1), 2) / (r * r);
-            }
-        }
-        const double ratio =
-            ll - m * m >= 1e-6 ? std::min(std::sqrt((l2 - m * m) / (ll - m * m)), 1.0) : 0.0;
-        return clamp01(clamp01(m) + ratio * (centre - clamp01(m)));
-    };
-    const double centre = blockMean(x, y, 1);
-    const int xs = std::max(x, 1) - 1, ys = std::max(y, 1) - 1;
-    const double sum = r < 2 ? term(x, y, centre)
-                             : term(x, y, centre) + term(xs, y, centre) + term(x, ys, centre) +
-                                   term(xs, ys, centre);
-    return static_cast<uint8_t>(std::clamp(static_cast<int>(sum / (r * r) * 255.0), 0, 255));
-}
-
-// The reference over every plane; float rounding may move a sample by one code.
+// The method in double precision, each output sample straight from the input; float rounding
+// in the plugin may move a sample by one code.
 void expectNearReference(const Image& src, const Image& dst) {
     const int k = src.record.width[0] / dst.record.width[0];
     const bool semiPlanar =
         src.record.colorFormat == ZOCA_CF_NV12 || src.record.colorFormat == ZOCA_CF_NV21;
+    auto clamp01 = [](double v) { return std::min(std::max(v, 0.0), 1.0); };
     for (int p = 0; p < 3; ++p) {
         const bool interleaved = p > 0 && semiPlanar;
         const int q = interleaved ? 1 : p, step = interleaved ? 2 : 1,
                   offset = interleaved ? p - 1 : 0;
-        const int w = src.record.width[q], bw = w / k, bh = src.record.height[q] / k;
-        for (int i = 0; i < bw * bh; ++i) {
-            const int expected =
-                referenceSample(src.plane(q), w, step, offset, k, interleaved ? k / 2 : k,
-                                interleaved ? 1 : 2, bw, bh, i % bw, i / bw);
-            ASSERT_NEAR(dst.plane(q)[i * step + offset], expected, 1)
-                << "plane " << p << " at " << i;
+        const int block = interleaved ? k / 2 : k, r = interleaved ? 1 : 2, w = src.record.width[q];
+        const int bw = w / k, bh = src.record.height[q] / k;
+        if (block == 0) continue;  // chroma at factor 1: no samples, no defined mean
+        auto blockMean = [&](int bx, int by, int power) {  // of the samples or their squares
+            double sum = 0;
+            for (int j = 0; j < block * block; ++j) {
+                const size_t at = static_cast<size_t>(by * k + j / block) * w + bx * k + j % block;
+                sum += std::pow(src.plane(q)[at * step + offset] / 255.0, power);
+            }
+            return clamp01(sum / (block * block));
+        };
+        auto term = [&](int tx, int ty, double centre) {  // M + R x (L - M) at one position
+            double m = 0, ll = 0, l2 = 0;
+            for (int j = 0; j < r * r; ++j) {
+                const int bx = std::min(tx + j % r, bw - 1), by = std::min(ty + j / r, bh - 1);
+                m += blockMean(bx, by, 1) / (r * r);
+                ll += std::pow(blockMean(bx, by, 1), 2) / (r * r);
+                l2 += blockMean(bx, by, 2) / (r * r);
+            }
+            const double sl = ll - m * m, ratio = sl >= 1e-6 ? std::sqrt((l2 - m * m) / sl) : 0;
+            return clamp01(m + std::min(ratio, 1.0) * (centre - m));
+        };
+        for (int y = 0; y < bh; ++y) {
+            for (int x = 0; x < bw; ++x) {
+                const int xs = std::max(x, 1) - 1, ys = std::max(y, 1) - 1;
+                const double c = blockMean(x, y, 1);
+                const double sum =
+                    r < 2 ? term(x, y, c)
+                          : term(x, y, c) + term(xs, y, c) + term(x, ys, c) + term(xs, ys, c);
+                ASSERT_NEAR(dst.plane(q)[(y * bw + x) * step + offset],
+                            static_cast<int>(sum / (r * r) * 255.0), 1)
+                    << "plane " << p << " at " << x << "," << y;
+            }
         }
     }
 }
@@ -135,6 +124,10 @@ Image downscaleAll(const Image& src, int cols, int rows) {
 }
 
 using DownscaleTest = PluginTest;
+
+struct Case {
+    int colorFormat, cols, rows, outCols, outRows;
+};
 
 TEST_F(DownscaleTest, HandComputedCases) {
     // Left half 0, right half 255: the edge stays sharp.
@@ -161,9 +154,6 @@ TEST_F(DownscaleTest, HandComputedCases) {
 }
 
 TEST_F(DownscaleTest, KernelsMatchPlainAndReference) {
-    struct Case {
-        int colorFormat, cols, rows, outCols, outRows;
-    };
     // Odd widths, rows of one sample, partial vectors and factors 1 to 5.
     const Case cases[] = {
         {COLOR_FORMAT_NV12, 37, 23, 12, 7},    {COLOR_FORMAT_NV21, 53, 41, 13, 10},
@@ -195,9 +185,7 @@ TEST_F(DownscaleTest, KernelsMatchPlainAndReference) {
 TEST_F(DownscaleTest, RowsBelowTheLastWholeBlockAreIgnored) {
     for (const int cf : {COLOR_FORMAT_NV12, COLOR_FORMAT_YUV420}) {
         Image first = sourceImage(cf, 16, 9, 5, false);
-        Image second = first;
-        second.buffer = CpuMediaBuffer::wrap(second.format, second.bytes.data());
-        second.record = describe(*second.buffer);
+        Image second(cf, 16, 9, first.bytes);
         // Luma row 8 and the last chroma rows lie beyond bh * k.
         std::fill(second.bytes.begin() + 16 * 8, second.bytes.begin() + 16 * 9, 0);
         for (int q = 1; q <= (cf == COLOR_FORMAT_YUV420 ? 2 : 1); ++q) {
@@ -216,16 +204,12 @@ TEST_F(DownscaleTest, WiderOutputComputesNothing) {
     Image dst(COLOR_FORMAT_NV12, 32, 16);
     EXPECT_EQ(Plugin::rszPd(*src.buffer, *dst.buffer, nullptr), 0);
     EXPECT_EQ(downscaleAll(src, 32, 16).bytes, dst.bytes);
-    EXPECT_TRUE(
-        std::all_of(dst.bytes.begin(), dst.bytes.end(), [](uint8_t b) { return b == kUntouched; }));
+    EXPECT_EQ(dst.bytes, std::vector<uint8_t>(dst.bytes.size(), kUntouched));
 }
 
 // A factor that does not divide the sizes gives rows longer than the destination's: each plane
 // on its own memory keeps every sample whose byte is inside it, as a taller plane gets them.
 TEST_F(DownscaleTest, UnevenFactorWritesExactlyTheBytesInsideEachPlane) {
-    struct Case {
-        int colorFormat, cols, rows, outCols, outRows;
-    };
     const Case cases[] = {{COLOR_FORMAT_NV12, 64, 48, 40, 30},
                           {COLOR_FORMAT_NV21, 66, 50, 30, 21},
                           {COLOR_FORMAT_YUV420, 64, 48, 41, 30},
@@ -256,9 +240,7 @@ TEST_F(DownscaleTest, UnevenFactorWritesExactlyTheBytesInsideEachPlane) {
                 EXPECT_EQ(std::vector<uint8_t>(clipped[q].begin() + size, clipped[q].end()),
                           std::vector<uint8_t>(kTail, kUntouched));
                 // The case is one where the unbounded rows really run past the plane.
-                if (q == 0) {
-                    EXPECT_NE(tall[q][size], kUntouched);
-                }
+                EXPECT_TRUE(q > 0 || tall[q][size] != kUntouched);
             }
         }
     }
