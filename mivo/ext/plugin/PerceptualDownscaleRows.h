@@ -149,10 +149,17 @@ inline float term(float mean, float detail, float centre) {
     return clampUnit(mean + centre * detail - mean * detail);
 }
 
+// The plain kernel's truncation of (sum x inverseArea) x 255.0 in double precision, clamped to a
+// byte with a NaN as 0, done in float so it takes full vectors: g x 256 is exact, so g x 255
+// rounds at most once, and the exact difference of g x 256 to the truncated result tells
+// whether that rounding went up onto the next integer. A comparison with the double form over
+// all 2^32 float bit patterns found no difference.
 inline uint8_t toByte(float sum, float inverseArea) {
-    const double value = sum * inverseArea * 255.0;
-    // Truncation toward zero, clamped to a byte; a NaN becomes 0.
-    return static_cast<uint8_t>(value >= 255.0 ? 255 : (value > 0.0 ? static_cast<int>(value) : 0));
+    const float f = sum * inverseArea;
+    const float g = f > 0.0f ? (f < 1.0f ? f : 1.0f) : 0.0f;
+    const float a = g * 256.0f;
+    const int t = static_cast<int>(a - g);
+    return static_cast<uint8_t>(t - static_cast<int>(a - static_cast<float>(t) < g));
 }
 
 // The first `count` output samples of a row from its block means, its neighbourhood
