@@ -1,4 +1,3 @@
-// No include guard: each instruction-set file includes it once under its own name.
 // The three passes of the downscaler fused by rows, included by one file per instruction set
 // that defines PD_FUSED_NAME. Each pass loops over a row with independent samples, so the
 // compiler vectorises it to the target's width without reordering any sample's arithmetic
@@ -7,7 +6,8 @@
 // Only rows y and y + 1 of the block statistics and rows y - 1 and y of the neighbourhood
 // statistics are alive at a time; they take two-row rings at the start of the scratch arrays
 // so the working set stays in the first-level cache. Nothing here uses the standard library's
-// templates: their out-of-line copies would be shared with the other instruction sets.
+// templates: their out-of-line copies would be shared with the other instruction sets. No
+// include guard: each instruction-set file includes this once under its own name.
 
 #include "mivo/ext/plugin/PerceptualDownscale.h"
 
