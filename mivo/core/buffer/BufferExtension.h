@@ -25,13 +25,15 @@ class Singleton {
         std::mutex lock;
     };
 
+    template <typename = void>
     static Bucket& getBucket() {
         static Bucket bucket;
         return bucket;
     }
 
+    template <typename = void>
     static std::unique_ptr<T>& get() {
-        Bucket& bucket = getBucket();
+        Bucket& bucket = getBucket<>();
         callOnce(bucket);
         // Only orders this caller after a thread that holds the lock right now.
         bucket.lock.lock();
@@ -40,10 +42,10 @@ class Singleton {
     }
 
     static void reset(T&& value) {
-        get();
+        get<>();
         // Not locked: registration finishes before other threads take typed views. The new
         // object is built before the old one goes, so a failure leaves the old in place.
-        getBucket().instance = std::make_unique<T>(std::move(value));
+        getBucket<>().instance = std::make_unique<T>(std::move(value));
     }
 
   private:
@@ -93,6 +95,8 @@ class BufferIdentify {
   public:
     BufferIdentify() = default;
     explicit BufferIdentify(std::function<MediaBufferType()> fn) : fn_(std::move(fn)) {}
+    // The virtual destructor would leave only the copy: reset() moves.
+    BufferIdentify(BufferIdentify&&) noexcept = default;
     virtual ~BufferIdentify() = default;
     virtual MediaBufferType operator()() const { return fn_ ? fn_() : MEDIA_BUFFER_TYPE_EXTENSION; }
 
@@ -106,6 +110,7 @@ class BufferAlloc {
     using Fn = decltype(BufferExtension::Registry<T>::alloc);
     BufferAlloc() = default;
     explicit BufferAlloc(Fn fn) : fn_(std::move(fn)) {}
+    BufferAlloc(BufferAlloc&&) noexcept = default;
     virtual ~BufferAlloc() = default;
     virtual std::unique_ptr<T> operator()(const MediaFormat& format,
                                           const std::shared_ptr<BufferOption>& option) const {
@@ -145,14 +150,6 @@ class BufferStringfy {
   private:
     Fn fn_;
 };
-
-// The address a pixel pointer stands for; for a pair, the inner address. A pointer that
-// holds no alternative ends the process.
-void* innerAddress(const PixelPointer& pixels);
-
-// The address a pixel pointer starts at; for a pair, its first address. A pointer without
-// an address ends the process.
-void* outerAddress(const PixelPointer& pixels);
 
 }  // namespace detail
 

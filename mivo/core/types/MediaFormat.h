@@ -39,7 +39,10 @@ enum DataType : int {
 
 // Bytes of one element of depth code `depth` (the low four bits of a data type); 0 for the
 // codes that have no element size.
-int getDepthElementSize(int depth);
+constexpr int getDepthElementSize(int depth) {
+    constexpr int kSizes[] = {1, 1, 2, 2, 4, 4, 8, 8, 4, 4, 8};
+    return depth >= 0 && depth <= 10 ? kSizes[depth] : 0;
+}
 
 // The framework's colour spaces (the ones the image library distinguishes).
 enum ColorSpace : int {
@@ -58,10 +61,10 @@ enum ColorSpace : int {
 
 class MutableMediaFormat;
 
+// The slot order of the virtual operations is the framework's: getKind first, the
+// destructor after the queries.
 class MediaFormat {
   public:
-    virtual ~MediaFormat() = default;
-
     virtual int getKind() const = 0;
     virtual int getDataType() const = 0;
     virtual std::shared_ptr<Shape> getShape() const = 0;
@@ -78,6 +81,7 @@ class MediaFormat {
     virtual std::unique_ptr<MediaFormat> freeze() const = 0;
     virtual std::unique_ptr<MutableMediaFormat> mutableCopy() const = 0;
     virtual std::string toString() const = 0;
+    virtual ~MediaFormat() = default;
 };
 
 class MutableMediaFormat : public MediaFormat {
