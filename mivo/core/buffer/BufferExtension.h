@@ -15,9 +15,10 @@
 
 namespace mivo::core {
 
-// One process-wide instance of T, created on first use.
+// One process-wide instance of T, created on first use. The registry's classes keep default
+// visibility so that every library and program in the process shares one instance.
 template <typename T>
-class Singleton {
+class MIVO_EXPORT Singleton {
   public:
     struct Bucket {
         unsigned long once = 0;  // all bits set once the default instance exists
@@ -63,7 +64,7 @@ class Singleton {
 };
 
 // The framework side of the registry; one instance lives in its singleton.
-class BufferExtension {
+class MIVO_EXPORT BufferExtension {
   public:
     BufferExtension();
     ~BufferExtension();
@@ -91,7 +92,7 @@ class BufferExtension {
 namespace detail {
 
 template <typename T>
-class BufferIdentify {
+class MIVO_EXPORT BufferIdentify {
   public:
     BufferIdentify() = default;
     explicit BufferIdentify(std::function<MediaBufferType()> fn) : fn_(std::move(fn)) {}
@@ -105,7 +106,7 @@ class BufferIdentify {
 };
 
 template <typename T>
-class BufferAlloc {
+class MIVO_EXPORT BufferAlloc {
   public:
     using Fn = decltype(BufferExtension::Registry<T>::alloc);
     BufferAlloc() = default;
@@ -122,7 +123,7 @@ class BufferAlloc {
 };
 
 template <typename T>
-class BufferDealloc {
+class MIVO_EXPORT BufferDealloc {
   public:
     using Fn = decltype(BufferExtension::Registry<T>::dealloc);
     BufferDealloc() = default;
@@ -134,13 +135,13 @@ class BufferDealloc {
 };
 
 template <typename T>
-struct BufferTransform {
+struct MIVO_EXPORT BufferTransform {
     decltype(BufferExtension::Registry<T>::toPixel) toPixel;
     decltype(BufferExtension::Registry<T>::fromPixel) fromPixel;
 };
 
 template <typename T>
-class BufferStringfy {
+class MIVO_EXPORT BufferStringfy {
   public:
     using Fn = decltype(BufferExtension::Registry<T>::stringify);
     BufferStringfy() = default;

@@ -60,7 +60,7 @@ class MediaBuffer : public std::enable_shared_from_this<MediaBuffer> {
     };
 
     // The names of this buffer's form and type, for descriptions.
-    std::pair<std::string, std::string> getTypeString();
+    MIVO_EXPORT std::pair<std::string, std::string> getTypeString();
 
     virtual std::shared_ptr<MediaFormat> getFormat() const = 0;
     virtual int getRows() const = 0;
@@ -153,9 +153,9 @@ inline void* outerAddress(const PixelPointer& pixels) {
 // Every buffer derives from this class: MediaBuffer's own operations read its fields.
 class MediaBufferBase : public MediaBuffer {
   public:
-    MediaBufferBase(MediaBuffer::Form form, MediaBufferType type,
-                    const std::shared_ptr<MediaFormat>& format, bool owned,
-                    const std::shared_ptr<BufferOption>& option);
+    MIVO_EXPORT MediaBufferBase(MediaBuffer::Form form, MediaBufferType type,
+                                const std::shared_ptr<MediaFormat>& format, bool owned,
+                                const std::shared_ptr<BufferOption>& option);
 
     std::shared_ptr<MediaFormat> getFormat() const override { return format_; }
     int getRows() const override { return format_->getRows(); }
@@ -231,8 +231,8 @@ class MediaBufferBase : public MediaBuffer {
   protected:
     // Pixel memory for this buffer's format: getSize() bytes, rounded up so that the
     // chroma planes of odd-sized 4:2:0 pictures fit whole, and aligned for SIMD.
-    void* allocate();
-    void deallocate(void* data);
+    MIVO_EXPORT void* allocate();
+    MIVO_EXPORT void deallocate(void* data);
 
   private:
     friend class core::MediaBuffer;

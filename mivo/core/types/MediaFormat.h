@@ -4,6 +4,7 @@
 #ifndef MIVO_CORE_TYPES_MEDIAFORMAT_H
 #define MIVO_CORE_TYPES_MEDIAFORMAT_H
 
+#include "mivo/Def.h"
 #include "mivo/core/buffer/Extra.h"
 #include "mivo/core/types/Shape.h"
 
@@ -87,7 +88,7 @@ class MediaFormat {
 class MutableMediaFormat : public MediaFormat {
   public:
     // An empty format (kind unknown, 0 x 0, no colour format).
-    static std::unique_ptr<MutableMediaFormat> create();
+    MIVO_EXPORT static std::unique_ptr<MutableMediaFormat> create();
 
     virtual MutableMediaFormat& setShape(std::shared_ptr<MutableShape> shape) = 0;
     virtual MutableMediaFormat& setRows(int rows) = 0;
@@ -105,12 +106,12 @@ class MutableMediaFormat : public MediaFormat {
     virtual MutableMediaFormat& setBytesPerPixel(float bytesPerPixel) = 0;
 
     // Takes a private mutable copy of `shape`; the shape passed in is not kept.
-    MutableMediaFormat& setShape(std::shared_ptr<Shape>&& shape);
+    MIVO_EXPORT MutableMediaFormat& setShape(std::shared_ptr<Shape>&& shape);
 };
 
 // An 8-bit picture format: kind image, channels and bytes per pixel from the colour format.
-std::unique_ptr<MutableMediaFormat> makeImageFormat(int colorFormat, int cols, int rows,
-                                                    int colorSpace = COLOR_SPACE_UNKNOWN);
+MIVO_EXPORT std::unique_ptr<MutableMediaFormat> makeImageFormat(
+    int colorFormat, int cols, int rows, int colorSpace = COLOR_SPACE_UNKNOWN);
 
 // Reads a format extra as alternative T: empty when absent, bad_variant_access when the
 // value holds another alternative.
