@@ -12,6 +12,9 @@
 
 #define MIVO_LOG_TAG "MivoVexaPlugin"
 
+// The libraries are built with hidden symbols; this marks their public API.
+#define MIVO_EXPORT __attribute__((visibility("default")))
+
 // Ends the process through the platform's assertion log when `expr` is false. The file tag
 // and line are fixed texts of the message (they name where the check lives in the
 // framework's sources), and `note` is appended after the message's line break.

@@ -6,7 +6,7 @@ packages=(
   build-essential cmake pkg-config g++-multilib clang-format
   libgtest-dev libgmock-dev libbenchmark-dev
   libyuv-dev libpng-dev libjpeg62-turbo-dev libcli11-dev
-  android-liblog-dev android-platform-system-core-headers
+  android-liblog-dev android-platform-system-core-headers help2man
 )
 
 missing=()

@@ -2,10 +2,14 @@
 // helpers and descriptions, the output slot and buffer memory.
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <limits>
+#include <numeric>
 #include <variant>
+#include <vector>
 
 #include "TestSupport.h"
 #include "mivo/Def.h"
@@ -139,13 +143,6 @@ TEST(Extras, SetOverwritesAnyAlternativeAndGetCopies) {
     ASSERT_TRUE(value.has_value());
     ASSERT_EQ(value->index(), 3u);
     EXPECT_EQ(std::get<int>(*value), 5);
-
-    auto shape = std::make_shared<Shape>(1, 2, 3);
-    buffer->setExtra("shape", shape);
-    EXPECT_EQ(shape.use_count(), 2);
-    auto copy = buffer->getExtra("shape");
-    EXPECT_EQ(std::get<std::shared_ptr<Shape>>(*copy), shape);
-    EXPECT_EQ(shape.use_count(), 3);
 }
 
 // A destination that reports a key its map does not hold.
@@ -229,17 +226,6 @@ TEST(Metadata, QueriesWalkTheListInOrder) {
     EXPECT_EQ(bundle->getIccBuffer(), icc);
 }
 
-TEST(Metadata, UnsharedBufferThrowsBadWeakPtr) {
-    auto format = makeImageFormat(COLOR_FORMAT_GRAY, 1, 1);
-    format->setKind(MEDIA_KIND_METADATA).setExtra("exif", true);
-    CpuMediaBuffer onStack(MediaBuffer::FORM_SINGLE, MEDIA_BUFFER_TYPE_GENERIC, freeze(*format),
-                           false, nullptr);
-    EXPECT_THROW(onStack.asList(), std::bad_weak_ptr);
-    EXPECT_THROW(onStack.getMetadataBuffers(), std::bad_weak_ptr);
-    EXPECT_THROW(onStack.getExifBuffer(), std::bad_weak_ptr);
-    EXPECT_THROW(onStack.getIccBuffer(), std::bad_weak_ptr);
-}
-
 std::string pointerText(const void* p) {
     char text[64];
     std::snprintf(text, sizeof(text), "%p", p);
@@ -267,8 +253,7 @@ TEST(Text, FormatStringThatSnprintfRejectsAsserts) {
 TEST(Text, GenericBufferDescription) {
     auto format = imageFormat(COLOR_FORMAT_NV12, 4, 2);
     auto buffer = CpuMediaBuffer::wrap(format, nullptr);
-    const auto [form, type] =
-        MediaBuffer::getTypeString(MediaBuffer::FORM_SINGLE, MEDIA_BUFFER_TYPE_GENERIC);
+    const auto [form, type] = buffer->getTypeString();
     const std::string head =
         "{\n\tform=" + form + ", type=" + type + "\n\tformat=" + format->toString() + "\n\textra=";
     EXPECT_EQ(buffer->toString(), head + "{}\n\tdata=" + pointerText(nullptr) + "\n}");
@@ -391,6 +376,82 @@ TEST(Memory, AllocatedBuffersAreAlignedZeroedAndOwned) {
         for (int i = 0; i < size; ++i) nonZero += buffer->data()[i] != 0;
         EXPECT_EQ(nonZero, 0);
     }
+}
+
+// The slot a virtual member occupies, from its member pointer: under the Itanium C++ ABI a
+// virtual member's pointer holds 1 + its byte offset in the vtable.
+template <typename... Members>
+std::vector<std::ptrdiff_t> slots(Members... members) {
+    std::vector<std::ptrdiff_t> result;
+    for (std::ptrdiff_t word : {reinterpret_cast<const std::ptrdiff_t&>(members)...}) {
+        result.push_back(word & 1 ? (word - 1) / std::ptrdiff_t(sizeof(void*)) : -1);
+    }
+    return result;
+}
+
+std::vector<std::ptrdiff_t> count(std::ptrdiff_t from, std::ptrdiff_t to) {
+    std::vector<std::ptrdiff_t> values(to - from + 1);
+    std::iota(values.begin(), values.end(), from);
+    return values;
+}
+
+// The framework calls through these slots and reads these fields of objects a plugin builds.
+TEST(Abi, VirtualSlotsInTheFrameworksOrder) {
+    using B = MediaBuffer;
+    std::vector<std::ptrdiff_t> buffer = count(0, 24);
+    buffer.push_back(27);  // getOption, after the two destructor slots
+    EXPECT_EQ(slots(&B::getFormat, &B::getRows, &B::getCols, &B::getChannels, &B::getStride,
+                    &B::getScanlines, &B::getSize, &B::getUsage, &B::asList, &B::getMetadataBuffers,
+                    &B::getExifBuffer, &B::getIccBuffer, &B::isEmpty, &B::isNotEmpty, &B::getType,
+                    &B::getPixelPtr, &B::getDataPtr, &B::getDirectData, &B::containsExtra,
+                    &B::getExtra, &B::setExtra, &B::copyExtraTo, &B::isMutable,
+                    &B::operator PlaceHolder<MediaBuffer>&, &B::toString, &B::getOption),
+              buffer);
+
+    using F = MediaFormat;
+    using M = MutableMediaFormat;
+    EXPECT_EQ(slots(&F::getKind, &F::getDataType, &F::getShape, &F::getRows, &F::getCols,
+                    &F::getChannels, &F::getColorFormat, &F::getColorSpace, &F::getRotation,
+                    &F::getBytesPerPixel, &F::containsExtra, &F::getExtra, &F::getExtraKeys,
+                    &F::freeze, &F::mutableCopy, &F::toString),
+              count(0, 15));
+    // The destructor's two slots follow the queries; then the setters.
+    EXPECT_EQ(slots(static_cast<M& (M::*)(std::shared_ptr<MutableShape>)>(&M::setShape),
+                    &M::setRows, &M::setCols, &M::setColorFormat, &M::setColorSpace, &M::setExtra),
+              count(18, 23));
+
+    EXPECT_EQ(slots(&PlaceHolder<MediaBuffer>::store, &PlaceHolder<MediaBuffer>::get), count(2, 3));
+}
+
+template <typename T>
+T fieldAt(const void* object, size_t offset) {
+    T value;
+    std::memcpy(&value, static_cast<const unsigned char*>(object) + offset, sizeof(T));
+    return value;
+}
+
+TEST(Abi, FieldOffsetsOfRealBuffers) {
+    auto format = imageFormat(COLOR_FORMAT_RGB, 2, 2);
+    auto option = std::make_shared<BufferOption>();
+    auto buffer = std::make_shared<CpuMediaBuffer>(
+        MediaBuffer::FORM_SLOT, MEDIA_BUFFER_TYPE_ZOCA_IMGB, format, true, option);
+    buffer->setExtra("a", 1);
+    const void* object = static_cast<const MediaBuffer*>(buffer.get());
+    EXPECT_EQ(fieldAt<const void*>(object, 8), object);  // the weak self-reference
+    EXPECT_EQ(fieldAt<int32_t>(object, 24), MediaBuffer::FORM_SLOT);
+    EXPECT_EQ(fieldAt<int32_t>(object, 28), MEDIA_BUFFER_TYPE_ZOCA_IMGB);
+    EXPECT_EQ(fieldAt<int32_t>(object, 32), 1);  // owned
+    EXPECT_EQ(fieldAt<const void*>(object, 40), format.get());
+    EXPECT_EQ(fieldAt<int32_t>(object, 56), -1);  // stride override
+    EXPECT_EQ(fieldAt<int32_t>(object, 60), -1);  // scan-lines override
+    EXPECT_EQ(fieldAt<const void*>(object, 64), option.get());
+    EXPECT_EQ(fieldAt<size_t>(object, 80 + 24), 1u);  // the extras map's element count
+    EXPECT_EQ(sizeof(core::detail::MediaBufferBase), 136u);
+
+    unsigned char pixels[12];
+    auto wrapped = CpuMediaBuffer::wrap(format, pixels);
+    EXPECT_EQ(fieldAt<const void*>(static_cast<MediaBuffer*>(wrapped.get()), 136), pixels);
+    EXPECT_EQ(sizeof(CpuMediaBuffer), 144u);
 }
 
 }  // namespace

@@ -56,10 +56,10 @@ struct OtherCounter {
 };
 
 TEST(Singleton, GetOnANeverResetSingletonGivesOneDefaultInstance) {
-    std::unique_ptr<Counter>& first = Singleton<Counter>::get();
+    std::unique_ptr<Counter>& first = Singleton<Counter>::get<>();
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(first->value, 41);
-    EXPECT_EQ(Singleton<Counter>::getBucket().once, ~0ul);
+    EXPECT_EQ(Singleton<Counter>::getBucket<>().once, ~0ul);
     EXPECT_EQ(&Singleton<Counter>::get(), &first);
     EXPECT_EQ(Singleton<Counter>::get().get(), first.get());
 
@@ -68,6 +68,30 @@ TEST(Singleton, GetOnANeverResetSingletonGivesOneDefaultInstance) {
     // A reset before any get also sticks.
     Singleton<OtherCounter>::reset(OtherCounter{3});
     EXPECT_EQ(Singleton<OtherCounter>::get()->value, 3);
+}
+
+// Counts its copies; having a copy constructor, it is kept on the heap by std::function.
+struct CountedCall {
+    int* copies;
+    explicit CountedCall(int* counter) : copies(counter) {}
+    CountedCall(const CountedCall& other) : copies(other.copies) { ++*copies; }
+    MediaBufferType operator()() const { return MEDIA_BUFFER_TYPE_HEAP; }
+    std::unique_ptr<Record<9>> operator()(const MediaFormat&,
+                                          const std::shared_ptr<BufferOption>&) const {
+        return nullptr;
+    }
+};
+
+TEST(Singleton, ResetMovesTheFunctionsItInstalls) {
+    using R = Record<9>;
+    int copies = 0;
+    BufferIdentify<R> identifyCall{CountedCall(&copies)};
+    BufferAlloc<R> allocCall{CountedCall(&copies)};
+    copies = 0;
+    Singleton<BufferIdentify<R>>::reset(std::move(identifyCall));
+    Singleton<BufferAlloc<R>>::reset(std::move(allocCall));
+    EXPECT_EQ(copies, 0);
+    EXPECT_EQ(identify<R>(), MEDIA_BUFFER_TYPE_HEAP);
 }
 
 TEST(Registry, NothingRegistered) {

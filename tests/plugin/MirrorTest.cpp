@@ -145,20 +145,6 @@ TEST_F(MirrorTest, VerticalExchangesRowsAndSkipsTheMiddleOne) {
     }
 }
 
-TEST_F(MirrorTest, BothDirectionsTurnThePictureAround) {
-    Picture src = randomPicture(12, 8, 11);
-    Picture result(12, 8, flipped(src, 3));
-    for (int y = 0; y < 8; ++y) {
-        for (int x = 0; x < 12; ++x) EXPECT_EQ(result.luma(x, y), src.luma(11 - x, 7 - y));
-    }
-    for (int y = 0; y < 4; ++y) {
-        for (int k = 0; k < 6; ++k) {
-            EXPECT_EQ(result.chroma(2 * k, y), src.chroma(2 * (5 - k), 3 - y));
-            EXPECT_EQ(result.chroma(2 * k + 1, y), src.chroma(2 * (5 - k) + 1, 3 - y));
-        }
-    }
-}
-
 TEST_F(MirrorTest, FreshOutputKeepsTheInputShapeAndNv21IsMirroredAlike) {
     Picture src = randomPicture(10, 6, 5);
     Picture nv21(10, 6, src.bytes, COLOR_FORMAT_NV21);

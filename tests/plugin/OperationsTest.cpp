@@ -315,20 +315,14 @@ TEST_F(OperationTest, CscTrimsOddSizesFor420TargetsWithAWarning) {
 }
 
 TEST_F(OperationTest, CscColorSpaceOverrideOnlyBetweenTwoPlaneYuvAndRgba) {
-    struct Case {
-        int from, to;
-        bool override;
-    };
+    // clang-format off
+    struct Case { int from, to; bool override; };
     const Case cases[] = {
-        {COLOR_FORMAT_NV12, COLOR_FORMAT_RGBA, true},
-        {COLOR_FORMAT_NV21, COLOR_FORMAT_RGBA, true},
-        {COLOR_FORMAT_RGBA, COLOR_FORMAT_NV12, true},
-        {COLOR_FORMAT_RGBA, COLOR_FORMAT_NV21, true},
-        {COLOR_FORMAT_NV12, COLOR_FORMAT_BGRA, false},
-        {COLOR_FORMAT_YUV420, COLOR_FORMAT_RGBA, false},
-        {COLOR_FORMAT_NV12, COLOR_FORMAT_ARGB, false},
-        {COLOR_FORMAT_RGB, COLOR_FORMAT_NV12, false},
-    };
+        {COLOR_FORMAT_NV12, COLOR_FORMAT_RGBA, true}, {COLOR_FORMAT_NV21, COLOR_FORMAT_RGBA, true},
+        {COLOR_FORMAT_RGBA, COLOR_FORMAT_NV12, true}, {COLOR_FORMAT_RGBA, COLOR_FORMAT_NV21, true},
+        {COLOR_FORMAT_NV12, COLOR_FORMAT_BGRA, false}, {COLOR_FORMAT_YUV420, COLOR_FORMAT_RGBA, false},
+        {COLOR_FORMAT_NV12, COLOR_FORMAT_ARGB, false}, {COLOR_FORMAT_RGB, COLOR_FORMAT_NV12, false}};
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(std::to_string(c.from) + " -> " + std::to_string(c.to));
         const Buffer in = picture(imageFormat(c.from, 32, 16, 3));

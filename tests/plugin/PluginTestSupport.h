@@ -60,10 +60,6 @@ inline _ZOCA_IMGB describe(const MediaBuffer& buffer) {
     return buffer.getTypedData<_ZOCA_IMGB>(nullptr);
 }
 
-inline uintptr_t addressOf(const MediaBuffer& buffer) {
-    return reinterpret_cast<uintptr_t>(buffer.getDirectData());
-}
-
 // A picture whose memory is itself a descriptor record: typed access copies the record, so
 // formats without a descriptor code (p010, vendor-specific) can still be an input.
 class RecordBuffer final : public core::detail::MediaBufferBase {

@@ -15,9 +15,10 @@
 
 namespace mivo::core {
 
-// One process-wide instance of T, created on first use.
+// One process-wide instance of T, created on first use. The registry's classes keep default
+// visibility so that every library and program in the process shares one instance.
 template <typename T>
-class Singleton {
+class MIVO_EXPORT Singleton {
   public:
     struct Bucket {
         unsigned long once = 0;  // all bits set once the default instance exists
@@ -25,13 +26,15 @@ class Singleton {
         std::mutex lock;
     };
 
+    template <typename = void>
     static Bucket& getBucket() {
         static Bucket bucket;
         return bucket;
     }
 
+    template <typename = void>
     static std::unique_ptr<T>& get() {
-        Bucket& bucket = getBucket();
+        Bucket& bucket = getBucket<>();
         callOnce(bucket);
         // Only orders this caller after a thread that holds the lock right now.
         bucket.lock.lock();
@@ -40,10 +43,10 @@ class Singleton {
     }
 
     static void reset(T&& value) {
-        get();
+        get<>();
         // Not locked: registration finishes before other threads take typed views. The new
         // object is built before the old one goes, so a failure leaves the old in place.
-        getBucket().instance = std::make_unique<T>(std::move(value));
+        getBucket<>().instance = std::make_unique<T>(std::move(value));
     }
 
   private:
@@ -61,7 +64,7 @@ class Singleton {
 };
 
 // The framework side of the registry; one instance lives in its singleton.
-class BufferExtension {
+class MIVO_EXPORT BufferExtension {
   public:
     BufferExtension();
     ~BufferExtension();
@@ -89,10 +92,12 @@ class BufferExtension {
 namespace detail {
 
 template <typename T>
-class BufferIdentify {
+class MIVO_EXPORT BufferIdentify {
   public:
     BufferIdentify() = default;
     explicit BufferIdentify(std::function<MediaBufferType()> fn) : fn_(std::move(fn)) {}
+    // The virtual destructor would leave only the copy: reset() moves.
+    BufferIdentify(BufferIdentify&&) noexcept = default;
     virtual ~BufferIdentify() = default;
     virtual MediaBufferType operator()() const { return fn_ ? fn_() : MEDIA_BUFFER_TYPE_EXTENSION; }
 
@@ -101,11 +106,12 @@ class BufferIdentify {
 };
 
 template <typename T>
-class BufferAlloc {
+class MIVO_EXPORT BufferAlloc {
   public:
     using Fn = decltype(BufferExtension::Registry<T>::alloc);
     BufferAlloc() = default;
     explicit BufferAlloc(Fn fn) : fn_(std::move(fn)) {}
+    BufferAlloc(BufferAlloc&&) noexcept = default;
     virtual ~BufferAlloc() = default;
     virtual std::unique_ptr<T> operator()(const MediaFormat& format,
                                           const std::shared_ptr<BufferOption>& option) const {
@@ -117,7 +123,7 @@ class BufferAlloc {
 };
 
 template <typename T>
-class BufferDealloc {
+class MIVO_EXPORT BufferDealloc {
   public:
     using Fn = decltype(BufferExtension::Registry<T>::dealloc);
     BufferDealloc() = default;
@@ -129,13 +135,13 @@ class BufferDealloc {
 };
 
 template <typename T>
-struct BufferTransform {
+struct MIVO_EXPORT BufferTransform {
     decltype(BufferExtension::Registry<T>::toPixel) toPixel;
     decltype(BufferExtension::Registry<T>::fromPixel) fromPixel;
 };
 
 template <typename T>
-class BufferStringfy {
+class MIVO_EXPORT BufferStringfy {
   public:
     using Fn = decltype(BufferExtension::Registry<T>::stringify);
     BufferStringfy() = default;
@@ -145,14 +151,6 @@ class BufferStringfy {
   private:
     Fn fn_;
 };
-
-// The address a pixel pointer stands for; for a pair, the inner address. A pointer that
-// holds no alternative ends the process.
-void* innerAddress(const PixelPointer& pixels);
-
-// The address a pixel pointer starts at; for a pair, its first address. A pointer without
-// an address ends the process.
-void* outerAddress(const PixelPointer& pixels);
 
 }  // namespace detail
 

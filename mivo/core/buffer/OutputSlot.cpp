@@ -7,7 +7,8 @@ std::shared_ptr<OutputSlot> OutputSlot::create(std::shared_ptr<MediaFormat> wish
 }
 
 OutputSlot::OutputSlot(std::shared_ptr<MediaFormat> wish)
-    : wish_(std::make_shared<detail::CpuMediaBuffer>(FORM_SLOT, MEDIA_BUFFER_TYPE_GENERIC,
+    : MediaBufferBase(FORM_SLOT, MEDIA_BUFFER_TYPE_GENERIC, wish, false, nullptr),
+      wish_(std::make_shared<detail::CpuMediaBuffer>(FORM_SLOT, MEDIA_BUFFER_TYPE_GENERIC,
                                                      std::move(wish), false, nullptr)) {}
 
 std::vector<std::shared_ptr<MediaBuffer>> OutputSlot::asList() {

@@ -10,7 +10,7 @@
 
 namespace mivo::core {
 
-class OutputSlot final : public MediaBuffer {
+class MIVO_EXPORT OutputSlot final : public detail::MediaBufferBase {
   public:
     // `wish` describes what the caller wants of the output (size, colour format, colour
     // space, rotation and extras such as "crop-rect").

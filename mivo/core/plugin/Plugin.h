@@ -2,6 +2,7 @@
 #ifndef MIVO_CORE_PLUGIN_PLUGIN_H
 #define MIVO_CORE_PLUGIN_PLUGIN_H
 
+#include "mivo/Def.h"
 #include "mivo/core/buffer/MediaBuffer.h"
 #include "mivo/core/plugin/ImgpOption.h"
 
@@ -12,7 +13,7 @@
 
 namespace mivo::core {
 
-class Plugin {
+class MIVO_EXPORT Plugin {
   public:
     using Processor = std::function<int32_t(const std::shared_ptr<MediaBuffer>& in,
                                             std::shared_ptr<MediaBuffer>& out,

@@ -16,11 +16,6 @@ std::string Shape::toString() const {
     return format("[%d, %d, %d]", getRows(), getCols(), getChannels());
 }
 
-int getDepthElementSize(int depth) {
-    static constexpr int kSizes[] = {1, 1, 2, 2, 4, 4, 8, 8, 4, 4, 8};
-    return depth >= 0 && depth <= 10 ? kSizes[depth] : 0;
-}
-
 namespace {
 
 const char* kindName(int kind) {

@@ -4,6 +4,7 @@
 #ifndef MIVO_CORE_TYPES_MEDIAFORMAT_H
 #define MIVO_CORE_TYPES_MEDIAFORMAT_H
 
+#include "mivo/Def.h"
 #include "mivo/core/buffer/Extra.h"
 #include "mivo/core/types/Shape.h"
 
@@ -39,7 +40,10 @@ enum DataType : int {
 
 // Bytes of one element of depth code `depth` (the low four bits of a data type); 0 for the
 // codes that have no element size.
-int getDepthElementSize(int depth);
+constexpr int getDepthElementSize(int depth) {
+    constexpr int kSizes[] = {1, 1, 2, 2, 4, 4, 8, 8, 4, 4, 8};
+    return depth >= 0 && depth <= 10 ? kSizes[depth] : 0;
+}
 
 // The framework's colour spaces (the ones the image library distinguishes).
 enum ColorSpace : int {
@@ -58,10 +62,10 @@ enum ColorSpace : int {
 
 class MutableMediaFormat;
 
+// The slot order of the virtual operations is the framework's: getKind first, the
+// destructor after the queries.
 class MediaFormat {
   public:
-    virtual ~MediaFormat() = default;
-
     virtual int getKind() const = 0;
     virtual int getDataType() const = 0;
     virtual std::shared_ptr<Shape> getShape() const = 0;
@@ -78,12 +82,13 @@ class MediaFormat {
     virtual std::unique_ptr<MediaFormat> freeze() const = 0;
     virtual std::unique_ptr<MutableMediaFormat> mutableCopy() const = 0;
     virtual std::string toString() const = 0;
+    virtual ~MediaFormat() = default;
 };
 
 class MutableMediaFormat : public MediaFormat {
   public:
     // An empty format (kind unknown, 0 x 0, no colour format).
-    static std::unique_ptr<MutableMediaFormat> create();
+    MIVO_EXPORT static std::unique_ptr<MutableMediaFormat> create();
 
     virtual MutableMediaFormat& setShape(std::shared_ptr<MutableShape> shape) = 0;
     virtual MutableMediaFormat& setRows(int rows) = 0;
@@ -101,12 +106,12 @@ class MutableMediaFormat : public MediaFormat {
     virtual MutableMediaFormat& setBytesPerPixel(float bytesPerPixel) = 0;
 
     // Takes a private mutable copy of `shape`; the shape passed in is not kept.
-    MutableMediaFormat& setShape(std::shared_ptr<Shape>&& shape);
+    MIVO_EXPORT MutableMediaFormat& setShape(std::shared_ptr<Shape>&& shape);
 };
 
 // An 8-bit picture format: kind image, channels and bytes per pixel from the colour format.
-std::unique_ptr<MutableMediaFormat> makeImageFormat(int colorFormat, int cols, int rows,
-                                                    int colorSpace = COLOR_SPACE_UNKNOWN);
+MIVO_EXPORT std::unique_ptr<MutableMediaFormat> makeImageFormat(
+    int colorFormat, int cols, int rows, int colorSpace = COLOR_SPACE_UNKNOWN);
 
 // Reads a format extra as alternative T: empty when absent, bad_variant_access when the
 // value holds another alternative.

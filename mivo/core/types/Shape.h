@@ -2,6 +2,8 @@
 #ifndef MIVO_CORE_TYPES_SHAPE_H
 #define MIVO_CORE_TYPES_SHAPE_H
 
+#include "mivo/Def.h"
+
 #include <memory>
 #include <string>
 
@@ -9,7 +11,7 @@ namespace mivo {
 
 class MutableShape;
 
-class Shape {
+class MIVO_EXPORT Shape {
   public:
     Shape() = default;
     Shape(int rows, int cols, int channels = 1) : rows_(rows), cols_(cols), channels_(channels) {}
@@ -27,7 +29,7 @@ class Shape {
     int channels_ = 1;
 };
 
-class MutableShape : public Shape {
+class MIVO_EXPORT MutableShape : public Shape {
   public:
     using Shape::Shape;
 

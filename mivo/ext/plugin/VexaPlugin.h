@@ -4,6 +4,7 @@
 #ifndef MIVO_EXT_PLUGIN_VEXAPLUGIN_H
 #define MIVO_EXT_PLUGIN_VEXAPLUGIN_H
 
+#include "mivo/Def.h"
 #include "mivo/core/buffer/MediaBuffer.h"
 #include "mivo/core/plugin/ImgpOption.h"
 #include "mivo/core/plugin/Plugin.h"
@@ -19,7 +20,7 @@
 namespace mivo::ext {
 namespace detail {
 
-class VexaPluginBase : public core::Plugin {
+class MIVO_EXPORT VexaPluginBase : public core::Plugin {
   public:
     using MediaBuffer = core::MediaBuffer;
     using ImgpOption = core::ImgpOption;
@@ -87,17 +88,17 @@ enum class Operation {
 };
 
 // The operation's own name ("rsz", "rszPd", ...).
-const char* operationName(Operation operation);
+MIVO_EXPORT const char* operationName(Operation operation);
 // The operation's plain-word alias ("resize", ...), or null when it has none.
-const char* operationAlias(Operation operation);
+MIVO_EXPORT const char* operationAlias(Operation operation);
 // An operation by its own name or its plain-word alias ("resize", "downscale", "convert",
 // "rotate", "gamut", "tonemap").
-std::optional<Operation> parseOperation(std::string_view name);
+MIVO_EXPORT std::optional<Operation> parseOperation(std::string_view name);
 // Every operation, in declaration order.
-const std::vector<Operation>& allOperations();
+MIVO_EXPORT const std::vector<Operation>& allOperations();
 
 // A plugin whose processors are the named operations, run in the order given.
-class VexaPlugin final : public detail::VexaPluginBase {
+class MIVO_EXPORT VexaPlugin final : public detail::VexaPluginBase {
   public:
     VexaPlugin(std::shared_ptr<ImgpOption> option, std::initializer_list<Operation> operations);
     VexaPlugin(std::shared_ptr<ImgpOption> option, const std::vector<Operation>& operations);

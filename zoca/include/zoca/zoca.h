@@ -27,6 +27,9 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+// Public API: visible even from code built with hidden symbols (so that templates
+// instantiated on the record are shared across libraries).
+#pragma GCC visibility push(default)
 
 // One picture, up to four planes (plane 3 is never used by the formats below).
 // On a 32-bit build this is exactly 196 bytes; on 64-bit builds addr is pointer-sized
@@ -207,6 +210,8 @@ int vexa_cgc(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst);
 // Tone-maps HDR src into SDR dst of equal size; mode is a ZOCA_HDR_* value. Any of the
 // eight formats on either side; dst's code picks only its YUV matrix and range.
 int vexa_hdr_to_sdr(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst, int mode);
+
+#pragma GCC visibility pop
 
 #ifdef __cplusplus
 }
