@@ -34,13 +34,18 @@ inline __mmask16 Mask16(int n) {
 // 32 Cb, Cr pairs... of which 16 are read: words u0 v0 u1 v1 ... (NV21: v0 u0 ...).
 inline __m512i LoadChroma(Layout l, const uint8_t* c0, const uint8_t* c1, int cx, int cn) {
     if (l == Layout::I420) {
-        const __m128i u = _mm_maskz_loadu_epi8(Mask16(cn), c0 + cx);
-        const __m128i v = _mm_maskz_loadu_epi8(Mask16(cn), c1 + cx);
+        const bool whole = cn == 16;
+        const __m128i u = whole ? _mm_loadu_si128(reinterpret_cast<const __m128i*>(c0 + cx))
+                                : _mm_maskz_loadu_epi8(Mask16(cn), c0 + cx);
+        const __m128i v = whole ? _mm_loadu_si128(reinterpret_cast<const __m128i*>(c1 + cx))
+                                : _mm_maskz_loadu_epi8(Mask16(cn), c1 + cx);
         const __m256i uv = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_unpacklo_epi8(u, v)),
                                                    _mm_unpackhi_epi8(u, v), 1);
         return _mm512_cvtepu8_epi16(uv);
     }
-    return _mm512_cvtepu8_epi16(_mm256_maskz_loadu_epi8(Mask32(2 * cn), c0 + 2 * cx));
+    return _mm512_cvtepu8_epi16(
+        cn == 16 ? _mm256_loadu_si256(reinterpret_cast<const __m256i*>(c0 + 2 * cx))
+                 : _mm256_maskz_loadu_epi8(Mask32(2 * cn), c0 + 2 * cx));
 }
 
 struct Decoder {
@@ -97,7 +102,9 @@ void DecodeRow(const DecCoef& k, Layout l, const uint8_t* y, const uint8_t* c0, 
     const __m512i second = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
     for (int x = 0; x < w; x += 32) {
         const int n = w - x < 32 ? w - x : 32;
-        const __m512i yw = _mm512_cvtepu8_epi16(_mm256_maskz_loadu_epi8(Mask32(n), y + x));
+        const __m512i yw = _mm512_cvtepu8_epi16(
+            n == 32 ? _mm256_loadu_si256(reinterpret_cast<const __m256i*>(y + x))
+                    : _mm256_maskz_loadu_epi8(Mask32(n), y + x));
         const __m512i cw = LoadChroma(l, c0, c1, x / 2, (n + 1) / 2);
         __m512i ch[4];
         d.Run(yw, cw, &ch[0], &ch[1], &ch[2]);
@@ -118,9 +125,15 @@ void DecodeRow(const DecCoef& k, Layout l, const uint8_t* y, const uint8_t* c0, 
         const __m512i p0 = _mm512_unpacklo_epi16(lo, hi);  // pixels 8j .. 8j+3 of lane j
         const __m512i p1 = _mm512_unpackhi_epi16(lo, hi);  // pixels 8j+4 .. 8j+7
         uint8_t* dst = out[0] + 4 * x;
-        _mm512_mask_storeu_epi32(dst, Mask16(n), _mm512_permutex2var_epi64(p0, first, p1));
-        _mm512_mask_storeu_epi32(dst + 64, Mask16(n - 16),
-                                 _mm512_permutex2var_epi64(p0, second, p1));
+        const __m512i q0 = _mm512_permutex2var_epi64(p0, first, p1);
+        const __m512i q1 = _mm512_permutex2var_epi64(p0, second, p1);
+        if (n == 32) {  // masked stores are slow on some parts: only at the row's end
+            _mm512_storeu_si512(dst, q0);
+            _mm512_storeu_si512(dst + 64, q1);
+        } else {
+            _mm512_mask_storeu_epi32(dst, Mask16(n), q0);
+            _mm512_mask_storeu_epi32(dst + 64, Mask16(n - 16), q1);
+        }
     }
 }
 
@@ -199,15 +212,10 @@ void EncodeRows(const EncCoef& k, PackedOrder o, const uint8_t* const in[6], Lay
         const int n = w - x < 16 ? w - x : 16;
         const Pixels p0 = LoadPixels(o, in, x, n);
         const Pixels p1 = LoadPixels(o, in1, x, n);
-        const __mmask16 m = Mask16(n);
-        _mm_mask_storeu_epi8(
-            y0 + x, m,
-            _mm512_cvtusepi32_epi8(_mm512_srai_epi32(_mm512_add_epi32(wy.Apply(p0), bias0), 15)));
-        if (y1 != nullptr) {
-            _mm_mask_storeu_epi8(y1 + x, m,
-                                 _mm512_cvtusepi32_epi8(
-                                     _mm512_srai_epi32(_mm512_add_epi32(wy.Apply(p1), bias1), 15)));
-        }
+        const __m128i luma0 =
+            _mm512_cvtusepi32_epi8(_mm512_srai_epi32(_mm512_add_epi32(wy.Apply(p0), bias0), 15));
+        const __m128i luma1 =
+            _mm512_cvtusepi32_epi8(_mm512_srai_epi32(_mm512_add_epi32(wy.Apply(p1), bias1), 15));
         // 2x2 sums: the two rows, then each pixel with its neighbour (both dwords of a
         // pair hold the pair's sum).
         Pixels s{_mm512_add_epi16(p0.lo, p1.lo), _mm512_add_epi16(p0.hi, p1.hi)};
@@ -217,20 +225,32 @@ void EncodeRows(const EncCoef& k, PackedOrder o, const uint8_t* const in[6], Lay
             _mm512_max_epi32(_mm512_srai_epi32(_mm512_add_epi32(wu.Apply(s), cbias), 17), zero);
         const __m512i v =
             _mm512_max_epi32(_mm512_srai_epi32(_mm512_add_epi32(wv.Apply(s), cbias), 17), zero);
+        __m128i uv =
+            _mm512_cvtusepi32_epi8(l == Layout::NV21 ? _mm512_mask_blend_epi32(0xaaaa, v, u)
+                                                     : _mm512_mask_blend_epi32(0xaaaa, u, v));
+        if (l == Layout::I420) uv = _mm_shuffle_epi8(uv, planar);  // 8 Cb, then 8 Cr
+        uint8_t* const cb = l == Layout::I420 ? c0 + x / 2 : c0 + x;
+        uint8_t* const cr = l == Layout::I420 ? c1 + x / 2 : nullptr;
+        if (n == 16) {  // masked stores are slow on some parts: only at the row's end
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(y0 + x), luma0);
+            if (y1 != nullptr) _mm_storeu_si128(reinterpret_cast<__m128i*>(y1 + x), luma1);
+            if (cr != nullptr) {
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(cb), uv);
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(cr), _mm_srli_si128(uv, 8));
+            } else {
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(cb), uv);
+            }
+            continue;
+        }
         const int cn = (n + 1) / 2;
-        if (l == Layout::NV21) {
-            _mm_mask_storeu_epi8(c0 + x, Mask16(2 * cn),
-                                 _mm512_cvtusepi32_epi8(_mm512_mask_blend_epi32(0xaaaa, v, u)));
-            continue;
+        _mm_mask_storeu_epi8(y0 + x, Mask16(n), luma0);
+        if (y1 != nullptr) _mm_mask_storeu_epi8(y1 + x, Mask16(n), luma1);
+        if (cr != nullptr) {
+            _mm_mask_storeu_epi8(cb, Mask16(cn), uv);
+            _mm_mask_storeu_epi8(cr, Mask16(cn), _mm_srli_si128(uv, 8));
+        } else {
+            _mm_mask_storeu_epi8(cb, Mask16(2 * cn), uv);
         }
-        const __m128i uv = _mm512_cvtusepi32_epi8(_mm512_mask_blend_epi32(0xaaaa, u, v));
-        if (l == Layout::NV12) {
-            _mm_mask_storeu_epi8(c0 + x, Mask16(2 * cn), uv);
-            continue;
-        }
-        const __m128i split = _mm_shuffle_epi8(uv, planar);
-        _mm_mask_storeu_epi8(c0 + x / 2, Mask16(cn), split);
-        _mm_mask_storeu_epi8(c1 + x / 2, Mask16(cn), _mm_srli_si128(split, 8));
     }
 }
 
