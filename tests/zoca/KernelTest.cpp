@@ -22,15 +22,12 @@ using zoca::Kernel;
 using zt::TestImage;
 
 std::vector<Kernel> Kernels() {
-    std::vector<Kernel> ks{Kernel::Plain};
-    if (zoca::Supported(Kernel::Avx512)) ks.push_back(Kernel::Avx512);
-    return ks;
+    return {Kernel::Plain, zoca::Supported(Kernel::Avx512) ? Kernel::Avx512 : Kernel::Plain};
 }
 
 void Csc(TestImage& src, TestImage& dst, bool dither, Kernel k) {
     zoca::Img s, d;
-    ASSERT_EQ(zoca::CheckRecord(src.r(), true, &s), ZOCA_OK);
-    ASSERT_EQ(zoca::CheckRecord(dst.r(), true, &d), ZOCA_OK);
+    ASSERT_EQ(zoca::CheckRecord(src.r(), true, &s) | zoca::CheckRecord(dst.r(), true, &d), 0);
     ASSERT_EQ(zoca::Convert(s, d, dither, k), ZOCA_OK);
 }
 
@@ -57,8 +54,7 @@ double EncodeError(TestImage& rgb, TestImage& yuv, int cs) {
     double worst = 0;
     for (int cy = 0; 2 * cy < rgb.h(); ++cy) {
         for (int cx = 0; 2 * cx < rgb.w(); ++cx) {
-            double u = 0, v = 0;
-            int n = 0;
+            double u = 0, v = 0, n = 0;
             for (int y = 2 * cy; y < std::min(2 * cy + 2, rgb.h()); ++y) {
                 for (int x = 2 * cx; x < std::min(2 * cx + 2, rgb.w()); ++x, ++n) {
                     const zt::Yuv want = zt::RgbToYuvRef(rgb.GetRgb(x, y), cs);
@@ -79,10 +75,7 @@ double EncodeError(TestImage& rgb, TestImage& yuv, int cs) {
 TEST(YuvRgb, WithinOneCodeOfTheExactMatrices) {
     TestImage yuv(ZOCA_CF_I420, 512, 512);
     yuv.FillYuv([](int x, int y, uint8_t& v) { v = static_cast<uint8_t>(7 * x + 13 * y); },
-                [](int cx, int cy, uint8_t& u, uint8_t& v) {
-                    u = static_cast<uint8_t>(cx);
-                    v = static_cast<uint8_t>(cy);
-                });
+                [](int cx, int cy, uint8_t& u, uint8_t& v) { u = cx, v = cy; });
     TestImage rgb(ZOCA_CF_RGBA, 512, 512);
     rgb.FillRgb([](int x, int y) {
         return zt::Rgb{x & 255, y & 255, (5 * x + 3 * y + (x * y >> 4)) & 255};
@@ -114,9 +107,9 @@ TEST(YuvRgb, EveryLayoutAtEveryWidth) {
                 for (int pf : zt::kPackedFormats) {
                     for (int cs : {ZOCA_CS_BT601, ZOCA_CS_BT2020, ZOCA_CS_BT709_FULL}) {
                         for (bool dither : {false, true}) {
-                            SCOPED_TRACE(zt::FormatName(yf) + "/" + zt::FormatName(pf) + " " +
-                                         std::to_string(w) + "x" + std::to_string(h) + " cs " +
-                                         std::to_string(cs) + (dither ? " dither" : ""));
+                            SCOPED_TRACE(zt::FormatName(yf) + zt::FormatName(pf) + " " +
+                                         std::to_string(w * 10 + h) + " " +
+                                         std::to_string(cs * 2 + dither));
                             TestImage yuv(yf, w, h, cs, 5);
                             TestImage rgb(pf, w, h, cs, 3);
                             yuv.FillNoise(w * 131 + h);
@@ -125,21 +118,18 @@ TEST(YuvRgb, EveryLayoutAtEveryWidth) {
                             TestImage enc[2] = {{yf, w, h, cs, 5}, {yf, w, h, cs, 5}};
                             TestImage rematrix[2] = {{yf, w, h, ZOCA_CS_BT709, 1},
                                                      {yf, w, h, ZOCA_CS_BT709, 1}};
-                            const std::vector<Kernel> ks = Kernels();
-                            for (size_t i = 0; i < ks.size(); ++i) {
+                            const auto ks = Kernels();  // plain twice without AVX-512
+                            for (size_t i = 0; i < 2; ++i) {
                                 Csc(yuv, dec[i], dither, ks[i]);
                                 Csc(rgb, enc[i], dither, ks[i]);
                                 Csc(yuv, rematrix[i], dither, ks[i]);
                                 ASSERT_LT(DecodeError(yuv, dec[i], cs), 1.0);
                                 ASSERT_LT(EncodeError(rgb, enc[i], cs), 1.0);
-                                ASSERT_TRUE(dec[i].PaddingIntact());
-                                ASSERT_TRUE(enc[i].PaddingIntact());
-                                ASSERT_TRUE(rematrix[i].PaddingIntact());
+                                ASSERT_TRUE(dec[i].PaddingIntact() && enc[i].PaddingIntact() &&
+                                            rematrix[i].PaddingIntact());
                             }
-                            if (ks.size() < 2) continue;
-                            ASSERT_TRUE(dec[1].SameContent(dec[0]));
-                            ASSERT_TRUE(enc[1].SameContent(enc[0]));
-                            ASSERT_TRUE(rematrix[1].SameContent(rematrix[0]));
+                            ASSERT_TRUE(dec[1].SameContent(dec[0]) && enc[1].SameContent(enc[0]) &&
+                                        rematrix[1].SameContent(rematrix[0]));
                         }
                     }
                 }
