@@ -11,11 +11,11 @@
 #include <cstring>
 
 #if defined(__clang__)
-#pragma clang attribute push(__attribute__((target("avx512f,avx512bw,avx512vl"))), \
+#pragma clang attribute push(__attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi"))), \
                              apply_to = function)
 #else
 #pragma GCC push_options
-#pragma GCC target("avx512f,avx512bw,avx512vl")
+#pragma GCC target("avx512f,avx512bw,avx512vl,avx512vbmi")
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #endif
@@ -151,7 +151,8 @@ inline Pixels LoadPixels(const PackedOrder& o, const uint8_t* const* in, int x, 
     if (o.bpp == 4) {
         const uint8_t* p = in[0] + 4 * x;
         if (n < 16) {  // an odd last column stands for both columns of its block
-            std::memcpy(tmp[0], p, 4 * n);
+            std::memset(tmp[0], 0, 64);
+            std::memcpy(tmp[0], p, 4 * (n > 0 ? n : 0));
             if (n & 1) std::memcpy(tmp[0] + 4 * n, p + 4 * (n - 1), 4);
             p = tmp[0];
         }
@@ -163,7 +164,8 @@ inline Pixels LoadPixels(const PackedOrder& o, const uint8_t* const* in, int x, 
     for (int i = 0; i < 3; ++i) {
         const uint8_t* p = in[i] + x;
         if (n < 16) {
-            std::memcpy(tmp[i], p, n);
+            std::memset(tmp[i], 0, 16);
+            std::memcpy(tmp[i], p, n > 0 ? n : 0);
             if (n & 1) tmp[i][n] = p[n - 1];
             p = tmp[i];
         }
@@ -190,6 +192,34 @@ struct Weights {
     }
 };
 
+// Byte picks of 32 luma values held as dwords in two vectors (16 pixels each).
+__m512i LumaPick() {
+    alignas(64) uint8_t idx[64] = {};
+    for (int j = 0; j < 32; ++j) idx[j] = static_cast<uint8_t>(j < 16 ? 4 * j : 64 + 4 * (j - 16));
+    return _mm512_load_si512(idx);
+}
+
+// Byte picks of 16 chroma samples held as dwords: Cb in the first vector, Cr in the
+// second, lane 2j for pair j of the first 16 pixels and lane 2j+1 for pair j of the
+// next 16. Written in the destination's order: Cb,Cr pairs (NV12), Cr,Cb (NV21), or 16
+// Cb then 16 Cr (I420).
+__m512i ChromaPick(Layout l) {
+    alignas(64) uint8_t idx[64] = {};
+    for (int p = 0; p < 16; ++p) {
+        const int lane = p < 8 ? 2 * p : 2 * (p - 8) + 1;
+        const uint8_t u = static_cast<uint8_t>(4 * lane);
+        const uint8_t v = static_cast<uint8_t>(64 + 4 * lane);
+        if (l == Layout::I420) {
+            idx[p] = u;
+            idx[16 + p] = v;
+        } else {
+            idx[2 * p] = l == Layout::NV12 ? u : v;
+            idx[2 * p + 1] = l == Layout::NV12 ? v : u;
+        }
+    }
+    return _mm512_load_si512(idx);
+}
+
 }  // namespace
 
 void EncodeRows(const EncCoef& k, PackedOrder o, const uint8_t* const in[6], Layout l, uint8_t* y0,
@@ -202,54 +232,74 @@ void EncodeRows(const EncCoef& k, PackedOrder o, const uint8_t* const in[6], Lay
         b[1][i] = (k.yoff << 15) + RoundBias(dither, row + 1, i, kLumaBits);
         b[2][i] = (128 << 17) + RoundBias(dither, row / 2, i / 2, kChromaBits);
     }
-    const __m512i bias0 = _mm512_loadu_si512(b[0]);
-    const __m512i bias1 = _mm512_loadu_si512(b[1]);
+    const __m512i bias[2] = {_mm512_loadu_si512(b[0]), _mm512_loadu_si512(b[1])};
     const __m512i cbias = _mm512_loadu_si512(b[2]);
     const __m512i zero = _mm512_setzero_si512();
-    const __m128i planar = _mm_setr_epi8(0, 2, 4, 6, 8, 10, 12, 14, 1, 3, 5, 7, 9, 11, 13, 15);
+    const __m512i top = _mm512_set1_epi32(255);
+    const __m512i luma_pick = LumaPick();
+    const __m512i chroma_pick = ChromaPick(l);
     const uint8_t* const* in1 = o.bpp == 4 ? in + 1 : in + 3;
-    for (int x = 0; x < w; x += 16) {
-        const int n = w - x < 16 ? w - x : 16;
-        const Pixels p0 = LoadPixels(o, in, x, n);
-        const Pixels p1 = LoadPixels(o, in1, x, n);
-        const __m128i luma0 =
-            _mm512_cvtusepi32_epi8(_mm512_srai_epi32(_mm512_add_epi32(wy.Apply(p0), bias0), 15));
-        const __m128i luma1 =
-            _mm512_cvtusepi32_epi8(_mm512_srai_epi32(_mm512_add_epi32(wy.Apply(p1), bias1), 15));
+    uint8_t* const ys[2] = {y0, y1};
+    // 32 pixels a step, as two halves of 16.
+    for (int x = 0; x < w; x += 32) {
+        const int n = w - x < 32 ? w - x : 32;
+        Pixels p[2][2];  // [half][row]
+        for (int h = 0; h < 2; ++h) {
+            p[h][0] = LoadPixels(o, in, x + 16 * h, n - 16 * h);
+            p[h][1] = LoadPixels(o, in1, x + 16 * h, n - 16 * h);
+        }
+        __m256i luma[2];
+        for (int r = 0; r < 2; ++r) {
+            __m512i v[2];
+            for (int h = 0; h < 2; ++h) {
+                v[h] = _mm512_min_epi32(
+                    _mm512_srai_epi32(_mm512_add_epi32(wy.Apply(p[h][r]), bias[r]), 15), top);
+            }
+            luma[r] = _mm512_castsi512_si256(_mm512_permutex2var_epi8(v[0], luma_pick, v[1]));
+        }
         // 2x2 sums: the two rows, then each pixel with its neighbour (both dwords of a
-        // pair hold the pair's sum).
-        Pixels s{_mm512_add_epi16(p0.lo, p1.lo), _mm512_add_epi16(p0.hi, p1.hi)};
-        s.lo = _mm512_add_epi16(s.lo, _mm512_shuffle_epi32(s.lo, _MM_PERM_CDAB));
-        s.hi = _mm512_add_epi16(s.hi, _mm512_shuffle_epi32(s.hi, _MM_PERM_CDAB));
-        const __m512i u =
-            _mm512_max_epi32(_mm512_srai_epi32(_mm512_add_epi32(wu.Apply(s), cbias), 17), zero);
-        const __m512i v =
-            _mm512_max_epi32(_mm512_srai_epi32(_mm512_add_epi32(wv.Apply(s), cbias), 17), zero);
-        __m128i uv =
-            _mm512_cvtusepi32_epi8(l == Layout::NV21 ? _mm512_mask_blend_epi32(0xaaaa, v, u)
-                                                     : _mm512_mask_blend_epi32(0xaaaa, u, v));
-        if (l == Layout::I420) uv = _mm_shuffle_epi8(uv, planar);  // 8 Cb, then 8 Cr
-        uint8_t* const cb = l == Layout::I420 ? c0 + x / 2 : c0 + x;
+        // pair hold the pair's sum); the first half's pairs go to even lanes, the
+        // second's to odd ones.
+        Pixels s[2];
+        for (int h = 0; h < 2; ++h) {
+            s[h] = {_mm512_add_epi16(p[h][0].lo, p[h][1].lo),
+                    _mm512_add_epi16(p[h][0].hi, p[h][1].hi)};
+            s[h].lo = _mm512_add_epi16(s[h].lo, _mm512_shuffle_epi32(s[h].lo, _MM_PERM_CDAB));
+            s[h].hi = _mm512_add_epi16(s[h].hi, _mm512_shuffle_epi32(s[h].hi, _MM_PERM_CDAB));
+        }
+        const Pixels both{_mm512_mask_blend_epi32(0xaaaa, s[0].lo, s[1].lo),
+                          _mm512_mask_blend_epi32(0xaaaa, s[0].hi, s[1].hi)};
+        auto finish = [&](const Weights& wt) {
+            const __m512i c = _mm512_srai_epi32(_mm512_add_epi32(wt.Apply(both), cbias), 17);
+            return _mm512_min_epi32(_mm512_max_epi32(c, zero), top);
+        };
+        const __m256i chroma =
+            _mm512_castsi512_si256(_mm512_permutex2var_epi8(finish(wu), chroma_pick, finish(wv)));
+        const int cn = (n + 1) / 2;
         uint8_t* const cr = l == Layout::I420 ? c1 + x / 2 : nullptr;
-        if (n == 16) {  // masked stores are slow on some parts: only at the row's end
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(y0 + x), luma0);
-            if (y1 != nullptr) _mm_storeu_si128(reinterpret_cast<__m128i*>(y1 + x), luma1);
+        uint8_t* const cb = l == Layout::I420 ? c0 + x / 2 : c0 + x;
+        if (n == 32) {  // masked stores are slow on some parts: only at the row's end
+            for (int r = 0; r < 2; ++r) {
+                if (ys[r] != nullptr)
+                    _mm256_storeu_si256(reinterpret_cast<__m256i*>(ys[r] + x), luma[r]);
+            }
             if (cr != nullptr) {
-                _mm_storel_epi64(reinterpret_cast<__m128i*>(cb), uv);
-                _mm_storel_epi64(reinterpret_cast<__m128i*>(cr), _mm_srli_si128(uv, 8));
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(cb), _mm256_castsi256_si128(chroma));
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(cr),
+                                 _mm256_extracti128_si256(chroma, 1));
             } else {
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(cb), uv);
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(cb), chroma);
             }
             continue;
         }
-        const int cn = (n + 1) / 2;
-        _mm_mask_storeu_epi8(y0 + x, Mask16(n), luma0);
-        if (y1 != nullptr) _mm_mask_storeu_epi8(y1 + x, Mask16(n), luma1);
+        for (int r = 0; r < 2; ++r) {
+            if (ys[r] != nullptr) _mm256_mask_storeu_epi8(ys[r] + x, Mask32(n), luma[r]);
+        }
         if (cr != nullptr) {
-            _mm_mask_storeu_epi8(cb, Mask16(cn), uv);
-            _mm_mask_storeu_epi8(cr, Mask16(cn), _mm_srli_si128(uv, 8));
+            _mm_mask_storeu_epi8(cb, Mask16(cn), _mm256_castsi256_si128(chroma));
+            _mm_mask_storeu_epi8(cr, Mask16(cn), _mm256_extracti128_si256(chroma, 1));
         } else {
-            _mm_mask_storeu_epi8(cb, Mask16(2 * cn), uv);
+            _mm256_mask_storeu_epi8(cb, Mask32(2 * cn), chroma);
         }
     }
 }
