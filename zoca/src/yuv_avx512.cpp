@@ -147,12 +147,13 @@ struct Pixels {
 
 inline Pixels LoadPixels(const PackedOrder& o, const uint8_t* const* in, int x, int n) {
     const __m512i byte_mask = _mm512_set1_epi32(0x00ff00ff);
+    if (n <= 0) return {_mm512_setzero_si512(), _mm512_setzero_si512()};  // past the row
     alignas(64) uint8_t tmp[3][64];
     if (o.bpp == 4) {
         const uint8_t* p = in[0] + 4 * x;
         if (n < 16) {  // an odd last column stands for both columns of its block
             std::memset(tmp[0], 0, 64);
-            std::memcpy(tmp[0], p, 4 * (n > 0 ? n : 0));
+            std::memcpy(tmp[0], p, 4 * n);
             if (n & 1) std::memcpy(tmp[0] + 4 * n, p + 4 * (n - 1), 4);
             p = tmp[0];
         }
@@ -165,7 +166,7 @@ inline Pixels LoadPixels(const PackedOrder& o, const uint8_t* const* in, int x, 
         const uint8_t* p = in[i] + x;
         if (n < 16) {
             std::memset(tmp[i], 0, 16);
-            std::memcpy(tmp[i], p, n > 0 ? n : 0);
+            std::memcpy(tmp[i], p, n);
             if (n & 1) tmp[i][n] = p[n - 1];
             p = tmp[i];
         }
