@@ -1,6 +1,8 @@
 // Each vexa_* function beside the libyuv call that does the same work on the same
 // buffers, at 1080p and 4K. Gamut conversion, tone mapping and dithering have no
-// libyuv counterpart; they sit beside libyuv's NV12 -> RGBA of the same frame.
+// libyuv counterpart; they sit beside libyuv's NV12 -> RGBA of the same frame. Frames
+// hold noise, or (picture 1) a photo upscaled to the frame: natural pictures have
+// smooth areas and mostly in-gamut colours, which noise does not.
 #include <benchmark/benchmark.h>
 #include <libyuv.h>
 
@@ -10,6 +12,7 @@
 
 #include "colour.h"
 #include "linear.h"
+#include "vexa/io/ImageFile.h"
 #include "zoca/zoca.h"
 
 namespace {
@@ -62,6 +65,24 @@ struct Frame {
             seed = seed * 1664525u + 1013904223u;
             mem[i] = static_cast<uint8_t>(seed >> 24);
         }
+    }
+
+    // The CC0 photo assets/chelsea.png, scaled bilinearly to the frame and converted
+    // into its format and colour space.
+    void FillPhoto() {
+        const vexa::io::Image png = vexa::io::readImage(ZOCA_BENCH_ASSETS "/chelsea.png");
+        std::vector<uint8_t> small(4 * png.width * png.height);
+        if (png.colorFormat == vexa::io::kRgb) {
+            libyuv::RAWToARGB(png.data.data(), 3 * png.width, small.data(), 4 * png.width,
+                              png.width, png.height);
+        } else {
+            libyuv::ABGRToARGB(png.data.data(), 4 * png.width, small.data(), 4 * png.width,
+                               png.width, png.height);
+        }
+        Frame big(ZOCA_CF_BGRA, w(), h(), rec.colorSpace);
+        libyuv::ARGBScale(small.data(), 4 * png.width, png.width, png.height, big.p(0), big.s(0),
+                          w(), h(), libyuv::kFilterBilinear);
+        vexa_csc(&big.rec, &rec);
     }
 
     uint8_t* p(int i) { return reinterpret_cast<uint8_t*>(rec.addr[i]); }
@@ -119,43 +140,33 @@ void BM_Rsz_Rgba_Libyuv(benchmark::State& st) {
 BENCHMARK(BM_Rsz_Rgba_Vexa)->Apply(Sizes);
 BENCHMARK(BM_Rsz_Rgba_Libyuv)->Apply(Sizes);
 
-// ---- colour conversion ----
+// ---- colour conversion: every matrix and range, plain and dithered ----
+
+using CscFn = int (*)(const _ZOCA_IMGB*, _ZOCA_IMGB*);
+CscFn CscOf(const benchmark::State& st) {
+    return st.range(3) != 0 ? vexa_csc_dither : vexa_csc;
+}
 
 void BM_Csc_Nv12ToRgba_Vexa(benchmark::State& st) {
     Frame src(ZOCA_CF_NV12, W(st), H(st), static_cast<int>(st.range(2)));
     Frame dst(ZOCA_CF_RGBA, W(st), H(st), static_cast<int>(st.range(2)));
-    for (auto _ : st) Check(st, vexa_csc(&src.rec, &dst.rec));
+    const CscFn fn = CscOf(st);
+    for (auto _ : st) Check(st, fn(&src.rec, &dst.rec));
+}
+void BM_Csc_RgbaToNv12_Vexa(benchmark::State& st) {
+    Frame src(ZOCA_CF_RGBA, W(st), H(st), 0);
+    Frame dst(ZOCA_CF_NV12, W(st), H(st), static_cast<int>(st.range(2)));
+    const CscFn fn = CscOf(st);
+    for (auto _ : st) Check(st, fn(&src.rec, &dst.rec));
 }
 void BM_Csc_Nv12ToRgba_Libyuv(benchmark::State& st) {
     Frame src(ZOCA_CF_NV12, W(st), H(st), 0);
     Frame dst(ZOCA_CF_RGBA, W(st), H(st), 0);
-    const libyuv::YuvConstants* k =
-        st.range(2) == 1 ? &libyuv::kYvuJPEGConstants : &libyuv::kYvuI601Constants;
     for (auto _ : st) {
         // NV12 -> R,G,B,A bytes: libyuv's NV12ToABGRMatrix.
-        libyuv::NV21ToARGBMatrix(src.p(0), src.s(0), src.p(1), src.s(1), dst.p(0), dst.s(0), k,
-                                 src.w(), src.h());
+        libyuv::NV21ToARGBMatrix(src.p(0), src.s(0), src.p(1), src.s(1), dst.p(0), dst.s(0),
+                                 &libyuv::kYvuI601Constants, src.w(), src.h());
     }
-}
-void CscSizes(benchmark::internal::Benchmark* b) {
-    for (int cs : {0, 1}) b->Args({1920, 1080, cs})->Args({3840, 2160, cs});
-    b->Unit(benchmark::kMillisecond);
-}
-BENCHMARK(BM_Csc_Nv12ToRgba_Vexa)->Apply(CscSizes);
-BENCHMARK(BM_Csc_Nv12ToRgba_Libyuv)->Apply(CscSizes);
-
-// BT.709 limited: libyuv's table is off for saturated blues, so this runs our own code.
-void BM_Csc_Nv12ToRgba709_Vexa(benchmark::State& st) {
-    Frame src(ZOCA_CF_NV12, W(st), H(st), ZOCA_CS_BT709);
-    Frame dst(ZOCA_CF_RGBA, W(st), H(st), ZOCA_CS_BT709);
-    for (auto _ : st) Check(st, vexa_csc(&src.rec, &dst.rec));
-}
-BENCHMARK(BM_Csc_Nv12ToRgba709_Vexa)->Apply(Sizes);
-
-void BM_Csc_RgbaToNv12_Vexa(benchmark::State& st) {
-    Frame src(ZOCA_CF_RGBA, W(st), H(st), 0);
-    Frame dst(ZOCA_CF_NV12, W(st), H(st), static_cast<int>(st.range(2)));
-    for (auto _ : st) Check(st, vexa_csc(&src.rec, &dst.rec));
 }
 void BM_Csc_RgbaToNv12_Libyuv(benchmark::State& st) {
     Frame src(ZOCA_CF_RGBA, W(st), H(st), 0);
@@ -165,21 +176,18 @@ void BM_Csc_RgbaToNv12_Libyuv(benchmark::State& st) {
                            src.h());
     }
 }
-BENCHMARK(BM_Csc_RgbaToNv12_Vexa)->Apply(CscSizes);
-BENCHMARK(BM_Csc_RgbaToNv12_Libyuv)->Apply(CscSizes);
-
-void BM_CscDither_Nv12ToRgba_Vexa(benchmark::State& st) {
-    Frame src(ZOCA_CF_NV12, W(st), H(st), 0);
-    Frame dst(ZOCA_CF_RGBA, W(st), H(st), 0);
-    for (auto _ : st) Check(st, vexa_csc_dither(&src.rec, &dst.rec));
+void CscArgs(benchmark::internal::Benchmark* b) {
+    b->ArgNames({"w", "h", "cs", "dither"});
+    b->Args({1920, 1080, 0, 0});
+    for (int dither : {0, 1}) {
+        for (int cs : {0, 1, 10, 11, 20, 21, 30}) b->Args({3840, 2160, cs, dither});
+    }
+    b->Unit(benchmark::kMillisecond);
 }
-void BM_CscDither_RgbaToNv12_Vexa(benchmark::State& st) {
-    Frame src(ZOCA_CF_RGBA, W(st), H(st), 0);
-    Frame dst(ZOCA_CF_NV12, W(st), H(st), 0);
-    for (auto _ : st) Check(st, vexa_csc_dither(&src.rec, &dst.rec));
-}
-BENCHMARK(BM_CscDither_Nv12ToRgba_Vexa)->Apply(Sizes);
-BENCHMARK(BM_CscDither_RgbaToNv12_Vexa)->Apply(Sizes);
+BENCHMARK(BM_Csc_Nv12ToRgba_Vexa)->Apply(CscArgs);
+BENCHMARK(BM_Csc_RgbaToNv12_Vexa)->Apply(CscArgs);
+BENCHMARK(BM_Csc_Nv12ToRgba_Libyuv)->Apply(Sizes);
+BENCHMARK(BM_Csc_RgbaToNv12_Libyuv)->Apply(Sizes);
 
 // ---- rotation ----
 
@@ -261,36 +269,46 @@ BENCHMARK(BM_Crop_Nv12_Libyuv)->Apply(Sizes);
 void BM_Cgc_Rgba709To2020_Vexa(benchmark::State& st) {
     Frame src(ZOCA_CF_RGBA, W(st), H(st), ZOCA_CS_BT709);
     Frame dst(ZOCA_CF_RGBA, W(st), H(st), ZOCA_CS_BT2020);
+    if (st.range(2) != 0) src.FillPhoto();
     for (auto _ : st) Check(st, vexa_cgc(&src.rec, &dst.rec));
 }
 void BM_Cgc_Nv12_2020To709_Vexa(benchmark::State& st) {
     Frame src(ZOCA_CF_NV12, W(st), H(st), ZOCA_CS_BT2020);
     Frame dst(ZOCA_CF_NV12, W(st), H(st), ZOCA_CS_BT709);
+    if (st.range(2) != 0) src.FillPhoto();
     for (auto _ : st) Check(st, vexa_cgc(&src.rec, &dst.rec));
 }
-BENCHMARK(BM_Cgc_Rgba709To2020_Vexa)->Apply(Sizes);
-BENCHMARK(BM_Cgc_Nv12_2020To709_Vexa)->Apply(Sizes);
+void PictureArgs(benchmark::internal::Benchmark* b) {
+    b->ArgNames({"w", "h", "photo"});
+    for (int photo : {0, 1}) b->Args({3840, 2160, photo});
+    b->Unit(benchmark::kMillisecond);
+}
+BENCHMARK(BM_Cgc_Rgba709To2020_Vexa)->Apply(PictureArgs);
+BENCHMARK(BM_Cgc_Nv12_2020To709_Vexa)->Apply(PictureArgs);
 
 void BM_HdrToSdr_Nv12_Vexa(benchmark::State& st) {
     Frame src(ZOCA_CF_NV12, W(st), H(st), ZOCA_CS_BT2020);
     Frame dst(ZOCA_CF_NV12, W(st), H(st), ZOCA_CS_BT709);
+    if (st.range(3) != 0) src.FillPhoto();
     const int mode = static_cast<int>(st.range(2));
     for (auto _ : st) Check(st, vexa_hdr_to_sdr(&src.rec, &dst.rec, mode));
 }
 void BM_HdrToSdr_Rgba_Vexa(benchmark::State& st) {
     Frame src(ZOCA_CF_RGBA, W(st), H(st), ZOCA_CS_BT2020);
     Frame dst(ZOCA_CF_RGBA, W(st), H(st), ZOCA_CS_BT709);
+    if (st.range(3) != 0) src.FillPhoto();
     const int mode = static_cast<int>(st.range(2));
     for (auto _ : st) Check(st, vexa_hdr_to_sdr(&src.rec, &dst.rec, mode));
 }
-void ModeSizes(benchmark::internal::Benchmark* b) {
-    for (int mode : {ZOCA_HDR_DEFAULT, ZOCA_HDR_HLG}) {
-        b->Args({1920, 1080, mode})->Args({3840, 2160, mode});
+void ModeArgs(benchmark::internal::Benchmark* b) {
+    b->ArgNames({"w", "h", "mode", "photo"});
+    for (int photo : {0, 1}) {
+        for (int mode : {ZOCA_HDR_DEFAULT, ZOCA_HDR_HLG}) b->Args({3840, 2160, mode, photo});
     }
     b->Unit(benchmark::kMillisecond);
 }
-BENCHMARK(BM_HdrToSdr_Nv12_Vexa)->Apply(ModeSizes);
-BENCHMARK(BM_HdrToSdr_Rgba_Vexa)->Apply(ModeSizes);
+BENCHMARK(BM_HdrToSdr_Nv12_Vexa)->Apply(ModeArgs);
+BENCHMARK(BM_HdrToSdr_Rgba_Vexa)->Apply(ModeArgs);
 
 // The linear-light kernels alone on a 4K frame of planar rows, plain beside AVX-512:
 // what the vector build buys without the format conversions around it.

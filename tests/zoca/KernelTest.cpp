@@ -1,5 +1,6 @@
-// The linear-light kernels below the public functions: the power curve the vector build
-// computes, and the AVX-512 build against the plain one on the same rows.
+// The kernels below the public functions: YUV <-> RGB against the exact matrices and the
+// AVX-512 build against the plain one, the power curve the vector build computes, and
+// the linear-light rows of both builds.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,12 +8,137 @@
 #include <vector>
 
 #include "HdrReference.h"
+#include "TestImage.h"
 #include "colour.h"
+#include "convert.h"
 #include "linear.h"
 
 namespace {
 
 using zoca::Kernel;
+
+// ---- YUV <-> RGB ----
+
+using zt::TestImage;
+
+std::vector<Kernel> Kernels() {
+    return {Kernel::Plain, zoca::Supported(Kernel::Avx512) ? Kernel::Avx512 : Kernel::Plain};
+}
+
+void Csc(TestImage& src, TestImage& dst, bool dither, Kernel k) {
+    zoca::Img s, d;
+    ASSERT_EQ(zoca::CheckRecord(src.r(), true, &s) | zoca::CheckRecord(dst.r(), true, &d), 0);
+    ASSERT_EQ(zoca::Convert(s, d, dither, k), ZOCA_OK);
+}
+
+// Largest distance of any decoded channel from the exact matrix (clamped to 0..255);
+// below 1 means every code is one of the two around the exact value, dithered or not.
+double DecodeError(TestImage& yuv, TestImage& rgb, int cs) {
+    double worst = 0;
+    for (int y = 0; y < yuv.h(); ++y) {
+        for (int x = 0; x < yuv.w(); ++x) {
+            const zt::RgbF want =
+                zt::YuvToRgbRef(yuv.Y(x, y), yuv.U(x / 2, y / 2), yuv.V(x / 2, y / 2), cs);
+            const zt::Rgb got = rgb.GetRgb(x, y);
+            worst = std::max({worst, std::abs(got.r - want.r), std::abs(got.g - want.g),
+                              std::abs(got.b - want.b)});
+            if (rgb.Alpha(x, y) >= 0 && rgb.Alpha(x, y) != 255) return 99;
+        }
+    }
+    return worst;
+}
+
+// The same for encoding; chroma against the mean of its 2x2 block (the pixels inside
+// the picture: an odd last column or row stands for both of its block).
+double EncodeError(TestImage& rgb, TestImage& yuv, int cs) {
+    double worst = 0;
+    for (int cy = 0; 2 * cy < rgb.h(); ++cy) {
+        for (int cx = 0; 2 * cx < rgb.w(); ++cx) {
+            double u = 0, v = 0, n = 0;
+            for (int y = 2 * cy; y < std::min(2 * cy + 2, rgb.h()); ++y) {
+                for (int x = 2 * cx; x < std::min(2 * cx + 2, rgb.w()); ++x, ++n) {
+                    const zt::Yuv want = zt::RgbToYuvRef(rgb.GetRgb(x, y), cs);
+                    worst = std::max(worst, std::abs(yuv.Y(x, y) - want.y));
+                    u += want.u;
+                    v += want.v;
+                }
+            }
+            worst =
+                std::max({worst, std::abs(yuv.U(cx, cy) - u / n), std::abs(yuv.V(cx, cy) - v / n)});
+        }
+    }
+    return worst;
+}
+
+// Every Cb, Cr pair (with luma running through all codes) and a dense grid of R, G
+// with B varying, for every matrix and range, both builds, with and without dithering.
+TEST(YuvRgb, WithinOneCodeOfTheExactMatrices) {
+    TestImage yuv(ZOCA_CF_I420, 512, 512);
+    yuv.FillYuv([](int x, int y, uint8_t& v) { v = static_cast<uint8_t>(7 * x + 13 * y); },
+                [](int cx, int cy, uint8_t& u, uint8_t& v) { u = cx, v = cy; });
+    TestImage rgb(ZOCA_CF_RGBA, 512, 512);
+    rgb.FillRgb([](int x, int y) {
+        return zt::Rgb{x & 255, y & 255, (5 * x + 3 * y + (x * y >> 4)) & 255};
+    });
+    for (int cs : zt::kColorSpaces) {
+        for (Kernel k : Kernels()) {
+            for (bool dither : {false, true}) {
+                SCOPED_TRACE(std::to_string(cs) + (k == Kernel::Plain ? " plain" : " avx512") +
+                             (dither ? " dither" : ""));
+                yuv.rec.colorSpace = cs;
+                TestImage out(ZOCA_CF_RGBA, 512, 512);
+                Csc(yuv, out, dither, k);
+                EXPECT_LT(DecodeError(yuv, out, cs), 1.0);
+                TestImage enc(ZOCA_CF_I420, 512, 512, cs);
+                Csc(rgb, enc, dither, k);
+                EXPECT_LT(EncodeError(rgb, enc, cs), 1.0);
+            }
+        }
+    }
+}
+
+// Every layout and packed format at widths around the vector steps (16 and 32 pixels),
+// odd heights, guard bytes after each row: the vector build gives the plain build's
+// bytes, both within a code of the exact matrices, and nothing past a row is touched.
+TEST(YuvRgb, EveryLayoutAtEveryWidth) {
+    for (int w : {1, 2, 3, 15, 16, 17, 31, 33, 47, 63, 65, 97}) {
+        for (int h : {1, 3, 4}) {
+            for (int yf : zt::kYuvFormats) {
+                for (int pf : zt::kPackedFormats) {
+                    for (int cs : {ZOCA_CS_BT601, ZOCA_CS_BT2020, ZOCA_CS_BT709_FULL}) {
+                        for (bool dither : {false, true}) {
+                            SCOPED_TRACE(zt::FormatName(yf) + zt::FormatName(pf) + " " +
+                                         std::to_string(w * 10 + h) + " " +
+                                         std::to_string(cs * 2 + dither));
+                            TestImage yuv(yf, w, h, cs, 5);
+                            TestImage rgb(pf, w, h, cs, 3);
+                            yuv.FillNoise(w * 131 + h);
+                            rgb.FillNoise(w * 71 + h);
+                            TestImage dec[2] = {{pf, w, h, cs, 3}, {pf, w, h, cs, 3}};
+                            TestImage enc[2] = {{yf, w, h, cs, 5}, {yf, w, h, cs, 5}};
+                            TestImage rematrix[2] = {{yf, w, h, ZOCA_CS_BT709, 1},
+                                                     {yf, w, h, ZOCA_CS_BT709, 1}};
+                            const auto ks = Kernels();  // plain twice without AVX-512
+                            for (size_t i = 0; i < 2; ++i) {
+                                Csc(yuv, dec[i], dither, ks[i]);
+                                Csc(rgb, enc[i], dither, ks[i]);
+                                Csc(yuv, rematrix[i], dither, ks[i]);
+                                ASSERT_LT(DecodeError(yuv, dec[i], cs), 1.0);
+                                ASSERT_LT(EncodeError(rgb, enc[i], cs), 1.0);
+                                ASSERT_TRUE(dec[i].PaddingIntact() && enc[i].PaddingIntact() &&
+                                            rematrix[i].PaddingIntact());
+                            }
+                            ASSERT_TRUE(dec[1].SameContent(dec[0]) && enc[1].SameContent(enc[0]) &&
+                                        rematrix[1].SameContent(rematrix[0]));
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
+
+// ---- linear light ----
 
 TEST(PowerCurve, FollowsThePowerOverEveryOctave) {
     for (double g : {1 / 2.4, 0.2}) {

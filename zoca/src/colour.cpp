@@ -351,14 +351,14 @@ bool SameGamut(int cs_a, int cs_b) {
 }
 
 int GamutConvert(const Img& src, const Img& dst, Kernel k) {
-    if (SameGamut(src.cs, dst.cs)) return Convert(src, dst, false);
+    if (SameGamut(src.cs, dst.cs)) return Convert(src, dst, false, k);
     GamutStage stage(src.cs, dst.cs, k);
-    return ConvertThrough(src, dst, &stage, false);
+    return ConvertThrough(src, dst, &stage, false, k);
 }
 
 int ToneMap(const Img& src, const Img& dst, int mode, Kernel k) {
     ToneStage stage(mode, k);
-    return ConvertThrough(src, dst, &stage, false);
+    return ConvertThrough(src, dst, &stage, false, k);
 }
 
 }  // namespace zoca

@@ -7,118 +7,103 @@
 #include <cstring>
 #include <new>
 
+#include "yuv.h"
+
 namespace zoca {
 namespace {
 
-enum class MatrixId { BT601, BT709, BT2020 };
-
-struct Matrix {
-    MatrixId id;
-    bool full;
-    double kr, kb;
-    const libyuv::YuvConstants* yuv;  // libyuv's tables with U before V
-    const libyuv::YuvConstants* yvu;  // the same with U and V exchanged (R and B swap)
+// libyuv's tables, which only the BT.709 full-range decode uses: every other table of
+// libyuv 0.0~git20230123 is more than one code off the exact matrix somewhere (its
+// limited BT.709 and BT.2020 tables clamp the Cb -> B gain, up to 18 codes; the BT.601
+// and full BT.2020 ones round their gains to 6 bits, 1.3 to 2.6 codes), and so are its
+// RGB -> YUV rows (1.5 codes in chroma). Measured over every Y, Cb, Cr and R, G, B.
+struct LibyuvTables {
+    const libyuv::YuvConstants* yuv;  // U before V
+    const libyuv::YuvConstants* yvu;  // U and V exchanged (R and B swap)
 };
 
-Matrix MatrixOf(int cs) {
+}  // namespace
+
+YuvMatrix YuvMatrixOf(int cs) {
     switch (cs) {
         case ZOCA_CS_BT601_FULL:
-            return {MatrixId::BT601,           true, 0.299, 0.114, &libyuv::kYuvJPEGConstants,
-                    &libyuv::kYvuJPEGConstants};
+            return {0.299, 0.114, true};
         case ZOCA_CS_BT709:
         case ZOCA_CS_DISPLAY_P3:
-            return {MatrixId::BT709,           false, 0.2126, 0.0722, &libyuv::kYuvH709Constants,
-                    &libyuv::kYvuH709Constants};
+            return {0.2126, 0.0722, false};
         case ZOCA_CS_BT709_FULL:
-            return {MatrixId::BT709,           true, 0.2126, 0.0722, &libyuv::kYuvF709Constants,
-                    &libyuv::kYvuF709Constants};
+            return {0.2126, 0.0722, true};
         case ZOCA_CS_BT2020:
-            return {MatrixId::BT2020,          false, 0.2627, 0.0593, &libyuv::kYuv2020Constants,
-                    &libyuv::kYvu2020Constants};
+            return {0.2627, 0.0593, false};
         case ZOCA_CS_BT2020_FULL:
-            return {MatrixId::BT2020,           true, 0.2627, 0.0593, &libyuv::kYuvV2020Constants,
-                    &libyuv::kYvuV2020Constants};
+            return {0.2627, 0.0593, true};
         case ZOCA_CS_BT601:
         default:
-            return {MatrixId::BT601,           false, 0.299, 0.114, &libyuv::kYuvI601Constants,
-                    &libyuv::kYvuI601Constants};
+            return {0.299, 0.114, false};
     }
 }
 
-bool SameMatrix(int a, int b) {
-    const Matrix ma = MatrixOf(a);
-    const Matrix mb = MatrixOf(b);
-    return ma.id == mb.id && ma.full == mb.full;
+DecCoef MakeDecCoef(int cs) {
+    const YuvMatrix m = YuvMatrixOf(cs);
+    const double yr = m.full ? 255.0 : 219.0;
+    const double cr = m.full ? 255.0 : 224.0;
+    const double kg = 1.0 - m.kr - m.kb;
+    auto q = [](double v) { return static_cast<int32_t>(std::lround(v * 16384.0)); };
+    DecCoef k;
+    k.ky = q(255.0 / yr);
+    k.yoff = m.full ? 0 : 16;
+    k.rv = q(255.0 * 2 * (1 - m.kr) / cr);
+    k.bu1 = q(255.0 * 2 * (1 - m.kb) / cr - 1.0);
+    k.gu = q(255.0 * 2 * m.kb * (1 - m.kb) / kg / cr);
+    k.gv = q(255.0 * 2 * m.kr * (1 - m.kr) / kg / cr);
+    return k;
 }
 
-// 4x4 Bayer thresholds 0..15: neighbouring pixels round at well spread points, so a
-// 4x4 area averages to the unrounded value.
-constexpr int kBayer[4][4] = {{0, 8, 2, 10}, {12, 4, 14, 6}, {3, 11, 1, 9}, {15, 7, 13, 5}};
+EncCoef MakeEncCoef(int cs) {
+    const YuvMatrix m = YuvMatrixOf(cs);
+    const double yr = m.full ? 255.0 : 219.0;
+    const double cr = m.full ? 255.0 : 224.0;
+    const double kg = 1.0 - m.kr - m.kb;
+    auto q = [](double v) { return static_cast<int32_t>(std::lround(v * 32768.0)); };
+    EncCoef k;
+    k.y[0] = q(m.kr * yr / 255.0);
+    k.y[1] = q(kg * yr / 255.0);
+    k.y[2] = q(m.kb * yr / 255.0);
+    k.yoff = m.full ? 0 : 16;
+    const double su = cr / 255.0 / (2 * (1 - m.kb));
+    const double sv = cr / 255.0 / (2 * (1 - m.kr));
+    k.u[0] = q(-m.kr * su);
+    k.u[1] = q(-kg * su);
+    k.u[2] = q((1 - m.kb) * su);
+    k.v[0] = q((1 - m.kr) * sv);
+    k.v[1] = q(-kg * sv);
+    k.v[2] = q(-m.kb * sv);
+    return k;
+}
 
-// ---- own YUV <-> RGB, through planar rows ----
+namespace {
+
+bool SameMatrix(int a, int b) {
+    const YuvMatrix ma = YuvMatrixOf(a);
+    const YuvMatrix mb = YuvMatrixOf(b);
+    return ma.kr == mb.kr && ma.full == mb.full;
+}
+
+// ---- plain YUV <-> RGB, through planar rows ----
 //
 // Rows are split into one array per channel so that the arithmetic loops run over
-// plain arrays, which the compiler vectorises; libyuv's SIMD split and merge routines
-// do the (de)interleaving.
-
-struct DecCoef {
-    int32_t y, yoff, rv, gu, gv, bu;  // 16 fraction bits
-};
-
-DecCoef MakeDecCoef(const Matrix& m) {
-    const double yr = m.full ? 255.0 : 219.0;
-    const double cr = m.full ? 255.0 : 224.0;
-    const double kg = 1.0 - m.kr - m.kb;
-    const double one = 65536.0;
-    auto q = [](double v) { return static_cast<int32_t>(std::lround(v)); };
-    DecCoef k;
-    k.y = q(255.0 / yr * one);
-    k.yoff = m.full ? 0 : 16;
-    k.rv = q(255.0 * 2 * (1 - m.kr) / cr * one);
-    k.bu = q(255.0 * 2 * (1 - m.kb) / cr * one);
-    k.gu = q(255.0 * 2 * m.kb * (1 - m.kb) / kg / cr * one);
-    k.gv = q(255.0 * 2 * m.kr * (1 - m.kr) / kg / cr * one);
-    return k;
-}
-
-// Luma at 16 fraction bits per pixel; chroma at 16 bits applied to the sum of a 2x2
-// block, so its results carry 18 fraction bits.
-struct EncCoef {
-    int32_t yr, yg, yb, yoff;
-    int32_t ur, ug, ub, vr, vg, vb;
-};
-
-EncCoef MakeEncCoef(const Matrix& m) {
-    const double yr = m.full ? 255.0 : 219.0;
-    const double cr = m.full ? 255.0 : 224.0;
-    const double kg = 1.0 - m.kr - m.kb;
-    const double one = 65536.0;
-    auto q = [](double v) { return static_cast<int32_t>(std::lround(v)); };
-    EncCoef k;
-    k.yr = q(m.kr * yr / 255.0 * one);
-    k.yg = q(kg * yr / 255.0 * one);
-    k.yb = q(m.kb * yr / 255.0 * one);
-    k.yoff = m.full ? 0 : 16;
-    const double su = cr / 255.0 / (2 * (1 - m.kb)) * one;
-    const double sv = cr / 255.0 / (2 * (1 - m.kr)) * one;
-    k.ur = q(-m.kr * su);
-    k.ug = q(-kg * su);
-    k.ub = q((1 - m.kb) * su);
-    k.vr = q((1 - m.kr) * sv);
-    k.vg = q(-kg * sv);
-    k.vb = q(-m.kb * sv);
-    return k;
-}
+// plain arrays; libyuv's SIMD split and merge routines do the (de)interleaving.
 
 // Working rows for one call: two picture rows of planar R, G, B, A (a 4:2:0 chroma row
-// spans two), the rounding offsets of the four Bayer rows, and chroma temporaries.
+// spans two), the rounding offsets of the four Bayer rows, chroma temporaries, and two
+// 4-byte rows for the vector build's 3-byte formats.
 class Rows {
   public:
     Rows(int w, bool dither) : cw_((w + 1) / 2) {
-        const size_t wp = (static_cast<size_t>(w) + 31) & ~size_t{31};
+        const size_t wp = (static_cast<size_t>(w) + 63) & ~size_t{63};
         const size_t cp = (static_cast<size_t>(cw_) + 31) & ~size_t{31};
-        bytes_.reset(new (std::nothrow) uint8_t[9 * wp + 2 * cp]);
-        words_.reset(new (std::nothrow) int32_t[4 * wp + 4 * cp + 3 * cp]);
+        bytes_.reset(new (std::nothrow) uint8_t[17 * wp + 2 * cp]);
+        words_.reset(new (std::nothrow) int32_t[8 * wp + 4 * cp + 3 * cp]);
         if (!bytes_ || !words_) return;
         uint8_t* b = bytes_.get();
         for (int i = 0; i < 2; ++i) {
@@ -130,27 +115,26 @@ class Rows {
         }
         opaque = b;
         std::memset(opaque, 255, w);
-        cu = b + wp;
+        quad[0] = b + wp;
+        quad[1] = b + 5 * wp;
+        cu = b + 9 * wp;
         cv = cu + cp;
         int32_t* p = words_.get();
         for (int i = 0; i < 4; ++i) {
-            luma_bias[i] = p + i * wp;
-            chroma_bias[i] = p + 4 * wp + i * cp;
+            dec_bias[i] = p + i * wp;
+            enc_bias[i] = p + (4 + i) * wp;
+            chroma_bias[i] = p + 8 * wp + i * cp;
         }
-        t0 = p + 4 * wp + 4 * cp;
-        t1 = t0 + cp;
-        t2 = t1 + cp;
-        // Rounding offsets: a plain half, or the Bayer threshold of the pixel spread
-        // over one output step (16 fraction bits for luma and RGB, 18 for chroma).
+        tr = p + 8 * wp + 4 * cp;
+        tg = tr + cp;
+        tb = tg + cp;
         for (int row = 0; row < 4; ++row) {
             for (int x = 0; x < w; ++x) {
-                const int t = kBayer[row][x & 3];
-                luma_bias[row][x] = dither ? (2 * t + 1) << 11 : 1 << 15;
+                dec_bias[row][x] = RoundBias(dither, row, x, kDecodeBits);
+                enc_bias[row][x] = RoundBias(dither, row, x, kLumaBits);
             }
-            for (int x = 0; x < cw_; ++x) {
-                const int t = kBayer[row][x & 3];
-                chroma_bias[row][x] = dither ? (2 * t + 1) << 13 : 1 << 17;
-            }
+            for (int x = 0; x < cw_; ++x)
+                chroma_bias[row][x] = RoundBias(dither, row, x, kChromaBits);
         }
         ok_ = true;
     }
@@ -162,13 +146,15 @@ class Rows {
     uint8_t* a[2];
     bool has_alpha = false;
     uint8_t* opaque;
+    uint8_t* quad[2];
     uint8_t* cu;
     uint8_t* cv;
-    int32_t* luma_bias[4];
+    int32_t* dec_bias[4];
+    int32_t* enc_bias[4];
     int32_t* chroma_bias[4];
-    int32_t* t0;
-    int32_t* t1;
-    int32_t* t2;
+    int32_t* tr;
+    int32_t* tg;
+    int32_t* tb;
 
   private:
     int cw_;
@@ -183,6 +169,12 @@ struct YuvPlanes {
     uint8_t* c1;  // I420: Cr plane
     int sy, s0, s1;
     Layout layout;
+
+    uint8_t* Y(int row) const { return y + static_cast<ptrdiff_t>(row) * sy; }
+    uint8_t* C0(int cr) const { return c0 + static_cast<ptrdiff_t>(cr) * s0; }
+    uint8_t* C1(int cr) const {
+        return layout == Layout::I420 ? c1 + static_cast<ptrdiff_t>(cr) * s1 : nullptr;
+    }
 };
 
 YuvPlanes PlanesOf(const Img& img) {
@@ -191,38 +183,40 @@ YuvPlanes PlanesOf(const Img& img) {
 
 // Cb and Cr of chroma row cr as two contiguous arrays.
 void ChromaRow(const YuvPlanes& yp, int cr, int cw, Rows& s, const uint8_t** u, const uint8_t** v) {
-    const uint8_t* c0 = yp.c0 + static_cast<ptrdiff_t>(cr) * yp.s0;
     if (yp.layout == Layout::I420) {
-        *u = c0;
-        *v = yp.c1 + static_cast<ptrdiff_t>(cr) * yp.s1;
+        *u = yp.C0(cr);
+        *v = yp.C1(cr);
         return;
     }
-    libyuv::SplitUVPlane(c0, 0, s.cu, 0, s.cv, 0, cw, 1);
+    libyuv::SplitUVPlane(yp.C0(cr), 0, s.cu, 0, s.cv, 0, cw, 1);
     *u = yp.layout == Layout::NV12 ? s.cu : s.cv;
     *v = yp.layout == Layout::NV12 ? s.cv : s.cu;
 }
 
-inline int32_t Clamp255i(int32_t v) {
-    return std::min(std::max(v, 0), 255);
-}
-
-// Two luma samples share one set of chroma terms. Restrict-qualified so the compiler
-// vectorises without run-time alias checks.
+// The plain build's row loops, restrict-qualified so the compiler vectorises them
+// without run-time alias checks; two luma samples share one set of chroma terms.
 ZOCA_HOT void DecodePairs(const uint8_t* __restrict y, const int32_t* __restrict bias,
                           const int32_t* __restrict tr, const int32_t* __restrict tg,
                           const int32_t* __restrict tb, uint8_t* __restrict R,
-                          uint8_t* __restrict G, uint8_t* __restrict B, int half, int32_t yoff,
-                          int32_t ky) {
+                          uint8_t* __restrict G, uint8_t* __restrict B, int half,
+                          const DecCoef& k) {
+    const int32_t yoff = k.yoff, ky = k.ky;
     for (int c = 0; c < half; ++c) {
-        const int32_t y0 = (y[2 * c] - yoff) * ky + bias[2 * c];
-        const int32_t y1 = (y[2 * c + 1] - yoff) * ky + bias[2 * c + 1];
-        R[2 * c] = static_cast<uint8_t>(Clamp255i((y0 + tr[c]) >> 16));
-        R[2 * c + 1] = static_cast<uint8_t>(Clamp255i((y1 + tr[c]) >> 16));
-        G[2 * c] = static_cast<uint8_t>(Clamp255i((y0 + tg[c]) >> 16));
-        G[2 * c + 1] = static_cast<uint8_t>(Clamp255i((y1 + tg[c]) >> 16));
-        B[2 * c] = static_cast<uint8_t>(Clamp255i((y0 + tb[c]) >> 16));
-        B[2 * c + 1] = static_cast<uint8_t>(Clamp255i((y1 + tb[c]) >> 16));
+        for (int j = 0; j < 2; ++j) {
+            const int32_t yt = MulHrs((y[2 * c + j] - yoff) * 128, ky) + bias[2 * c + j];
+            R[2 * c + j] = Clamp8((yt + tr[c]) >> 6);
+            G[2 * c + j] = Clamp8((yt - tg[c]) >> 6);
+            B[2 * c + j] = Clamp8((yt + tb[c]) >> 6);
+        }
     }
+}
+
+ZOCA_HOT void EncodeLumaRow(const uint8_t* __restrict R, const uint8_t* __restrict G,
+                            const uint8_t* __restrict B, const int32_t* __restrict bias,
+                            uint8_t* __restrict y, int w, const EncCoef& k) {
+    const int32_t off = k.yoff << 15, yr = k.y[0], yg = k.y[1], yb = k.y[2];
+    for (int x = 0; x < w; ++x)
+        y[x] = Clamp8((off + yr * R[x] + yg * G[x] + yb * B[x] + bias[x]) >> 15);
 }
 
 ZOCA_HOT void EncodeChromaPairs(const uint8_t* __restrict R0, const uint8_t* __restrict G0,
@@ -230,115 +224,91 @@ ZOCA_HOT void EncodeChromaPairs(const uint8_t* __restrict R0, const uint8_t* __r
                                 const uint8_t* __restrict G1, const uint8_t* __restrict B1,
                                 const int32_t* __restrict cbias, uint8_t* __restrict u,
                                 uint8_t* __restrict v, int half, const EncCoef& k) {
-    const int32_t off = 128 << 18;
-    const int32_t ur = k.ur, ug = k.ug, ub = k.ub, vr = k.vr, vg = k.vg, vb = k.vb;
+    const int32_t off = 128 << 17;
+    const int32_t ur = k.u[0], ug = k.u[1], ub = k.u[2], vr = k.v[0], vg = k.v[1], vb = k.v[2];
     for (int c = 0; c < half; ++c) {
         const int x = 2 * c;
         const int32_t sr = R0[x] + R0[x + 1] + R1[x] + R1[x + 1];
         const int32_t sg = G0[x] + G0[x + 1] + G1[x] + G1[x + 1];
         const int32_t sb = B0[x] + B0[x + 1] + B1[x] + B1[x + 1];
-        u[c] =
-            static_cast<uint8_t>(Clamp255i((off + ur * sr + ug * sg + ub * sb + cbias[c]) >> 18));
-        v[c] =
-            static_cast<uint8_t>(Clamp255i((off + vr * sr + vg * sg + vb * sb + cbias[c]) >> 18));
-    }
-}
-
-ZOCA_HOT void EncodeLuma(const uint8_t* __restrict R, const uint8_t* __restrict G,
-                         const uint8_t* __restrict B, const int32_t* __restrict bias,
-                         uint8_t* __restrict y, int w, int32_t off, int32_t yr, int32_t yg,
-                         int32_t yb) {
-    for (int x = 0; x < w; ++x) {
-        const int32_t v = off + yr * R[x] + yg * G[x] + yb * B[x] + bias[x];
-        y[x] = static_cast<uint8_t>(Clamp255i(v >> 16));
+        u[c] = Clamp8((off + ur * sr + ug * sg + ub * sb + cbias[c]) >> 17);
+        v[c] = Clamp8((off + vr * sr + vg * sg + vb * sb + cbias[c]) >> 17);
     }
 }
 
 // Rows [r0, r0 + n) of a YUV picture (r0 even, n 1 or 2) into planar RGB.
-void DecodeRows(const YuvPlanes& yp, int w, int r0, int n, const DecCoef& k, Rows& s) {
+void DecodeRows(const YuvPlanes& yp, int w, int r0, int n, const DecCoef& k, Kernel kern,
+                bool dither, Rows& s) {
+#if ZOCA_AVX512_BUILD
+    if (kern == Kernel::Avx512) {
+        for (int i = 0; i < n; ++i) {
+            uint8_t* const out[3] = {s.r[i], s.g[i], s.b_[i]};
+            avx512::DecodeRow(k, yp.layout, yp.Y(r0 + i), yp.C0(r0 / 2), yp.C1(r0 / 2),
+                              PackedOrder{0, 0, 0, 0, -1}, out, w, r0 + i, dither);
+        }
+        return;
+    }
+#endif
+    (void)kern;
+    (void)dither;
     const int cw = (w + 1) / 2;
     const uint8_t* u;
     const uint8_t* v;
     ChromaRow(yp, r0 / 2, cw, s, &u, &v);
-    int32_t* __restrict tr = s.t0;
-    int32_t* __restrict tg = s.t1;
-    int32_t* __restrict tb = s.t2;
     for (int c = 0; c < cw; ++c) {
-        const int32_t uu = u[c] - 128;
-        const int32_t vv = v[c] - 128;
-        tr[c] = k.rv * vv;
-        tg[c] = -(k.gu * uu + k.gv * vv);
-        tb[c] = k.bu * uu;
+        const ChromaTerms t = DecodeChroma(k, u[c], v[c]);
+        s.tr[c] = t.r;
+        s.tg[c] = t.g;
+        s.tb[c] = t.b;
     }
     for (int i = 0; i < n; ++i) {
         const int row = r0 + i;
-        const uint8_t* y = yp.y + static_cast<ptrdiff_t>(row) * yp.sy;
-        const int32_t* bias = s.luma_bias[row & 3];
-        uint8_t* R = s.r[i];
-        uint8_t* G = s.g[i];
-        uint8_t* B = s.b_[i];
-        const int half = w / 2;
-        DecodePairs(y, bias, tr, tg, tb, R, G, B, half, k.yoff, k.y);
+        const uint8_t* y = yp.Y(row);
+        const int32_t* bias = s.dec_bias[row & 3];
+        DecodePairs(y, bias, s.tr, s.tg, s.tb, s.r[i], s.g[i], s.b_[i], w / 2, k);
         if (w & 1) {
             const int x = w - 1;
-            const int32_t y0 = (y[x] - k.yoff) * k.y + bias[x];
-            R[x] = static_cast<uint8_t>(Clamp255i((y0 + tr[half]) >> 16));
-            G[x] = static_cast<uint8_t>(Clamp255i((y0 + tg[half]) >> 16));
-            B[x] = static_cast<uint8_t>(Clamp255i((y0 + tb[half]) >> 16));
+            DecodePixel(DecodeLuma(k, y[x], bias[x]), {s.tr[x / 2], s.tg[x / 2], s.tb[x / 2]},
+                        &s.r[i][x], &s.g[i][x], &s.b_[i][x]);
         }
     }
 }
 
 // Planar RGB rows (n = 1 at an odd bottom edge, which then stands for both rows of its
 // chroma block) into rows [r0, r0 + n) of a YUV picture.
-void EncodeRows(const Rows& s, int w, int r0, int n, const EncCoef& k, const YuvPlanes& yp,
-                Rows& tmp) {
+void EncodeRows(Rows& s, int w, int r0, int n, const EncCoef& k, Kernel kern, bool dither,
+                const YuvPlanes& yp) {
+    const int cr = r0 / 2;
+#if ZOCA_AVX512_BUILD
+    if (kern == Kernel::Avx512) {
+        const uint8_t* const in[6] = {s.r[0], s.g[0], s.b_[0], s.r[n - 1], s.g[n - 1], s.b_[n - 1]};
+        avx512::EncodeRows(k, PackedOrder{0, 0, 1, 2, -1}, in, yp.layout, yp.Y(r0),
+                           n == 2 ? yp.Y(r0 + 1) : nullptr, yp.C0(cr), yp.C1(cr), w, r0, dither);
+        return;
+    }
+#endif
+    (void)kern;
+    (void)dither;
     for (int i = 0; i < n; ++i) {
-        const int row = r0 + i;
-        uint8_t* y = yp.y + static_cast<ptrdiff_t>(row) * yp.sy;
-        const int32_t* bias = s.luma_bias[row & 3];
-        const uint8_t* R = s.r[i];
-        const uint8_t* G = s.g[i];
-        const uint8_t* B = s.b_[i];
-        EncodeLuma(R, G, B, bias, y, w, k.yoff << 16, k.yr, k.yg, k.yb);
+        EncodeLumaRow(s.r[i], s.g[i], s.b_[i], s.enc_bias[(r0 + i) & 3], yp.Y(r0 + i), w, k);
     }
     const int cw = (w + 1) / 2;
-    const int cr = r0 / 2;
     const int32_t* cbias = s.chroma_bias[cr & 3];
-    const uint8_t* R0 = s.r[0];
-    const uint8_t* G0 = s.g[0];
-    const uint8_t* B0 = s.b_[0];
-    const uint8_t* R1 = s.r[n - 1];
-    const uint8_t* G1 = s.g[n - 1];
-    const uint8_t* B1 = s.b_[n - 1];
-    uint8_t* u;
-    uint8_t* v;
-    if (yp.layout == Layout::I420) {
-        u = yp.c0 + static_cast<ptrdiff_t>(cr) * yp.s0;
-        v = yp.c1 + static_cast<ptrdiff_t>(cr) * yp.s1;
-    } else {
-        u = tmp.cu;
-        v = tmp.cv;
-    }
-    const int32_t off = 128 << 18;
-    const int half = w / 2;
-    EncodeChromaPairs(R0, G0, B0, R1, G1, B1, cbias, u, v, half, k);
+    const bool i420 = yp.layout == Layout::I420;
+    uint8_t* u = i420 ? yp.C0(cr) : s.cu;
+    uint8_t* v = i420 ? yp.C1(cr) : s.cv;
+    EncodeChromaPairs(s.r[0], s.g[0], s.b_[0], s.r[n - 1], s.g[n - 1], s.b_[n - 1], cbias, u, v,
+                      w / 2, k);
     if (w & 1) {  // the last column stands for both columns of its block
         const int x = w - 1;
-        const int32_t sr = 2 * (R0[x] + R1[x]);
-        const int32_t sg = 2 * (G0[x] + G1[x]);
-        const int32_t sb = 2 * (B0[x] + B1[x]);
-        u[half] = static_cast<uint8_t>(
-            Clamp255i((off + k.ur * sr + k.ug * sg + k.ub * sb + cbias[half]) >> 18));
-        v[half] = static_cast<uint8_t>(
-            Clamp255i((off + k.vr * sr + k.vg * sg + k.vb * sb + cbias[half]) >> 18));
+        auto sum = [&](uint8_t* const* ch) { return 2 * (ch[0][x] + ch[n - 1][x]); };
+        EncodeChroma(k, sum(s.r), sum(s.g), sum(s.b_), cbias[x / 2], &u[x / 2], &v[x / 2]);
     }
-    if (yp.layout != Layout::I420) {
-        uint8_t* c = yp.c0 + static_cast<ptrdiff_t>(cr) * yp.s0;
+    if (!i420) {
         if (yp.layout == Layout::NV12) {
-            libyuv::MergeUVPlane(u, 0, v, 0, c, 0, cw, 1);
+            libyuv::MergeUVPlane(u, 0, v, 0, yp.C0(cr), 0, cw, 1);
         } else {
-            libyuv::MergeUVPlane(v, 0, u, 0, c, 0, cw, 1);
+            libyuv::MergeUVPlane(v, 0, u, 0, yp.C0(cr), 0, cw, 1);
         }
     }
 }
@@ -375,10 +345,18 @@ void MergePacked(const Rows& s, int i, int fmt, int w, uint8_t* dst) {
     libyuv::MergeARGBPlane(byte[2], 0, byte[1], 0, byte[0], 0, byte[3], 0, dst, 0, w, 1);
 }
 
+// The settings of one conversion.
+struct Job {
+    DecCoef dk;
+    EncCoef ek;
+    Kernel kernel;
+    bool dither;
+};
+
 // Rows [r0, r0 + n) of any picture into planar RGB.
-void ToPlanar(const Img& src, int r0, int n, const DecCoef& k, Rows& s) {
+void ToPlanar(const Img& src, int r0, int n, const Job& j, Rows& s) {
     if (IsYuv(src.fmt)) {
-        DecodeRows(PlanesOf(src), src.w, r0, n, k, s);
+        DecodeRows(PlanesOf(src), src.w, r0, n, j.dk, j.kernel, j.dither, s);
         return;
     }
     for (int i = 0; i < n; ++i) {
@@ -386,9 +364,9 @@ void ToPlanar(const Img& src, int r0, int n, const DecCoef& k, Rows& s) {
     }
 }
 
-void FromPlanar(Rows& s, int r0, int n, const EncCoef& k, const Img& dst) {
+void FromPlanar(Rows& s, int r0, int n, const Job& j, const Img& dst) {
     if (IsYuv(dst.fmt)) {
-        EncodeRows(s, dst.w, r0, n, k, PlanesOf(dst), s);
+        EncodeRows(s, dst.w, r0, n, j.ek, j.kernel, j.dither, PlanesOf(dst));
         return;
     }
     for (int i = 0; i < n; ++i) {
@@ -396,30 +374,86 @@ void FromPlanar(Rows& s, int r0, int n, const EncCoef& k, const Img& dst) {
     }
 }
 
-int Planar(const Img& src, const Img& dst, PixelStage* stage, bool dither) {
+Job JobOf(const Img& src, const Img& dst, Kernel k, bool dither) {
+    return {MakeDecCoef(src.cs), MakeEncCoef(dst.cs), Supported(k) ? k : Kernel::Plain, dither};
+}
+
+int Planar(const Img& src, const Img& dst, PixelStage* stage, bool dither, Kernel k) {
     Rows s(src.w, dither);
     if (!s.ok()) return ZOCA_ERR_DESTINATION;
-    const DecCoef dk = MakeDecCoef(MatrixOf(src.cs));
-    const EncCoef ek = MakeEncCoef(MatrixOf(dst.cs));
+    const Job j = JobOf(src, dst, k, dither);
     for (int r0 = 0; r0 < src.h; r0 += 2) {
         const int n = std::min(2, src.h - r0);
-        ToPlanar(src, r0, n, dk, s);
+        ToPlanar(src, r0, n, j, s);
         if (stage != nullptr) {
             for (int i = 0; i < n; ++i) stage->Run(s.r[i], s.g[i], s.b_[i], src.w);
         }
-        FromPlanar(s, r0, n, ek, dst);
+        FromPlanar(s, r0, n, j, dst);
     }
     return ZOCA_OK;
 }
 
-// libyuv's SIMD paths where it has one for the pair. libyuv names packed formats by a
-// little-endian word, so its "ARGB" is B,G,R,A in memory; swapping U/V and passing the
-// mirrored table exchanges R and B.
+#if ZOCA_AVX512_BUILD
+// YUV <-> packed RGB in one pass per row, no planar rows between. 3-byte pixels go
+// through a 4-byte row (B, G, R, A, libyuv's "ARGB"), which libyuv converts.
+constexpr PackedOrder kQuad{4, 2, 1, 0, 3};
+
+int DirectDecode(const Img& src, const Img& dst, const Job& j) {
+    Rows s(src.w, false);
+    if (!s.ok()) return ZOCA_ERR_DESTINATION;
+    const YuvPlanes yp = PlanesOf(src);
+    const PackedOrder o = OrderOf(dst.fmt);
+    for (int row = 0; row < src.h; ++row) {
+        uint8_t* d = dst.p[0] + static_cast<ptrdiff_t>(row) * dst.s[0];
+        uint8_t* const out[3] = {o.bpp == 4 ? d : s.quad[0], nullptr, nullptr};
+        avx512::DecodeRow(j.dk, yp.layout, yp.Y(row), yp.C0(row / 2), yp.C1(row / 2),
+                          o.bpp == 4 ? o : kQuad, out, src.w, row, j.dither);
+        if (o.bpp == 3) {
+            if (dst.fmt == ZOCA_CF_RGB) {
+                libyuv::ARGBToRAW(s.quad[0], 0, d, 0, src.w, 1);
+            } else {
+                libyuv::ARGBToRGB24(s.quad[0], 0, d, 0, src.w, 1);
+            }
+        }
+    }
+    return ZOCA_OK;
+}
+
+int DirectEncode(const Img& src, const Img& dst, const Job& j) {
+    Rows s(src.w, false);
+    if (!s.ok()) return ZOCA_ERR_DESTINATION;
+    const YuvPlanes yp = PlanesOf(dst);
+    const PackedOrder o = OrderOf(src.fmt);
+    for (int r0 = 0; r0 < src.h; r0 += 2) {
+        const int n = std::min(2, src.h - r0);
+        const uint8_t* in[6];
+        for (int i = 0; i < 2; ++i) {
+            const uint8_t* row =
+                src.p[0] + static_cast<ptrdiff_t>(r0 + std::min(i, n - 1)) * src.s[0];
+            if (o.bpp == 3) {
+                if (src.fmt == ZOCA_CF_RGB) {
+                    libyuv::RAWToARGB(row, 0, s.quad[i], 0, src.w, 1);
+                } else {
+                    libyuv::RGB24ToARGB(row, 0, s.quad[i], 0, src.w, 1);
+                }
+                row = s.quad[i];
+            }
+            in[i] = row;
+        }
+        avx512::EncodeRows(j.ek, o.bpp == 4 ? o : kQuad, in, yp.layout, yp.Y(r0),
+                           n == 2 ? yp.Y(r0 + 1) : nullptr, yp.C0(r0 / 2), yp.C1(r0 / 2), src.w, r0,
+                           j.dither);
+    }
+    return ZOCA_OK;
+}
+#endif
+
+// libyuv's own row functions where they are exact enough: BT.709 full range decoding.
+// libyuv names packed formats by a little-endian word, so its "ARGB" is B,G,R,A in
+// memory; swapping U/V and passing the mirrored table exchanges R and B.
 bool DecodeLibyuv(const Img& src, const Img& dst) {
-    const Matrix m = MatrixOf(src.cs);
-    // libyuv's limited-range BT.709 and BT.2020 tables hold the Cb->B gain (above 2)
-    // in a signed byte and clamp it: saturated blues come out up to 16 levels dark.
-    if (!m.full && m.id != MatrixId::BT601) return false;
+    if (src.cs != ZOCA_CS_BT709_FULL) return false;
+    const LibyuvTables m{&libyuv::kYuvF709Constants, &libyuv::kYvuF709Constants};
     const int w = src.w;
     const int h = src.h;
     uint8_t* d = dst.p[0];
@@ -471,66 +505,6 @@ bool DecodeLibyuv(const Img& src, const Img& dst) {
                     return false;
             }
         }
-        default:
-            return false;
-    }
-}
-
-// libyuv has RGB -> YUV only for the BT.601 matrix (limited, and full for I420).
-bool EncodeLibyuv(const Img& src, const Img& dst) {
-    const Matrix m = MatrixOf(dst.cs);
-    if (m.id != MatrixId::BT601) return false;
-    const uint8_t* s = src.p[0];
-    const int ss = src.s[0];
-    const int w = src.w;
-    const int h = src.h;
-    uint8_t* y = dst.p[0];
-    const int sy = dst.s[0];
-    if (LayoutOf(dst.fmt) == Layout::I420) {
-        uint8_t* u = dst.p[1];
-        uint8_t* v = dst.p[2];
-        const int su = dst.s[1];
-        const int sv = dst.s[2];
-        if (m.full) {
-            switch (src.fmt) {
-                case ZOCA_CF_BGRA:
-                    return libyuv::ARGBToJ420(s, ss, y, sy, u, su, v, sv, w, h) == 0;
-                case ZOCA_CF_RGBA:
-                    return libyuv::ABGRToJ420(s, ss, y, sy, u, su, v, sv, w, h) == 0;
-                case ZOCA_CF_BGR:
-                    return libyuv::RGB24ToJ420(s, ss, y, sy, u, su, v, sv, w, h) == 0;
-                case ZOCA_CF_RGB:
-                    return libyuv::RAWToJ420(s, ss, y, sy, u, su, v, sv, w, h) == 0;
-                default:
-                    return false;
-            }
-        }
-        switch (src.fmt) {
-            case ZOCA_CF_BGRA:
-                return libyuv::ARGBToI420(s, ss, y, sy, u, su, v, sv, w, h) == 0;
-            case ZOCA_CF_RGBA:
-                return libyuv::ABGRToI420(s, ss, y, sy, u, su, v, sv, w, h) == 0;
-            case ZOCA_CF_ARGB:
-                return libyuv::BGRAToI420(s, ss, y, sy, u, su, v, sv, w, h) == 0;
-            case ZOCA_CF_BGR:
-                return libyuv::RGB24ToI420(s, ss, y, sy, u, su, v, sv, w, h) == 0;
-            case ZOCA_CF_RGB:
-                return libyuv::RAWToI420(s, ss, y, sy, u, su, v, sv, w, h) == 0;
-            default:
-                return false;
-        }
-    }
-    if (m.full) return false;
-    uint8_t* c = dst.p[1];
-    const int sc = dst.s[1];
-    const bool nv12 = LayoutOf(dst.fmt) == Layout::NV12;
-    switch (src.fmt) {
-        case ZOCA_CF_BGRA:
-            return (nv12 ? libyuv::ARGBToNV12(s, ss, y, sy, c, sc, w, h)
-                         : libyuv::ARGBToNV21(s, ss, y, sy, c, sc, w, h)) == 0;
-        case ZOCA_CF_RGBA:
-            return (nv12 ? libyuv::ABGRToNV12(s, ss, y, sy, c, sc, w, h)
-                         : libyuv::ABGRToNV21(s, ss, y, sy, c, sc, w, h)) == 0;
         default:
             return false;
     }
@@ -616,7 +590,7 @@ bool ShufflePacked(const Img& src, const Img& dst) {
 
 }  // namespace
 
-int Convert(const Img& src, const Img& dst, bool dither) {
+int Convert(const Img& src, const Img& dst, bool dither, Kernel k) {
     const bool src_yuv = IsYuv(src.fmt);
     const bool dst_yuv = IsYuv(dst.fmt);
     if (src_yuv && dst_yuv) {
@@ -624,22 +598,23 @@ int Convert(const Img& src, const Img& dst, bool dither) {
             Repack(src, dst);
             return ZOCA_OK;
         }
-        return Planar(src, dst, nullptr, dither);
+        return Planar(src, dst, nullptr, dither, k);
     }
-    if (src_yuv) {
-        if (!dither && DecodeLibyuv(src, dst)) return ZOCA_OK;
-        return Planar(src, dst, nullptr, dither);
+    if (!src_yuv && !dst_yuv) {
+        if (ShufflePacked(src, dst)) return ZOCA_OK;
+        return Planar(src, dst, nullptr, false, k);
     }
-    if (dst_yuv) {
-        if (!dither && EncodeLibyuv(src, dst)) return ZOCA_OK;
-        return Planar(src, dst, nullptr, dither);
-    }
-    if (ShufflePacked(src, dst)) return ZOCA_OK;
-    return Planar(src, dst, nullptr, false);
+    if (src_yuv && !dither && DecodeLibyuv(src, dst)) return ZOCA_OK;
+#if ZOCA_AVX512_BUILD
+    const Job j = JobOf(src, dst, k, dither);
+    if (j.kernel == Kernel::Avx512)
+        return src_yuv ? DirectDecode(src, dst, j) : DirectEncode(src, dst, j);
+#endif
+    return Planar(src, dst, nullptr, dither, k);
 }
 
-int ConvertThrough(const Img& src, const Img& dst, PixelStage* stage, bool dither) {
-    return Planar(src, dst, stage, dither);
+int ConvertThrough(const Img& src, const Img& dst, PixelStage* stage, bool dither, Kernel k) {
+    return Planar(src, dst, stage, dither, k);
 }
 
 }  // namespace zoca

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "image.h"
+#include "linear.h"
 
 namespace zoca {
 
@@ -17,11 +18,13 @@ class PixelStage {
 
 // Converts src into dst (same width and height). A YUV side uses its own record's
 // matrix and range; with dither set, every rounding to 8 bits is ordered-dithered.
-// Returns a ZOCA_* code (only allocation can fail).
-int Convert(const Img& src, const Img& dst, bool dither);
+// Returns a ZOCA_* code (only allocation can fail). Both kernel builds give the same
+// bytes.
+int Convert(const Img& src, const Img& dst, bool dither, Kernel k = BestKernel());
 
 // Decodes src row by row to planar RGB, runs stage on each row, encodes into dst.
-int ConvertThrough(const Img& src, const Img& dst, PixelStage* stage, bool dither);
+int ConvertThrough(const Img& src, const Img& dst, PixelStage* stage, bool dither,
+                   Kernel k = BestKernel());
 
 }  // namespace zoca
 

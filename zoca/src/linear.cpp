@@ -235,9 +235,9 @@ void TonePlain(const ToneParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w
 
 bool avx512::Available() {
 #if ZOCA_AVX512_BUILD
-    static const bool yes = __builtin_cpu_supports("avx512f") &&
-                            __builtin_cpu_supports("avx512bw") &&
-                            __builtin_cpu_supports("avx512vbmi");
+    static const bool yes =
+        __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi");
     return yes;
 #else
     return false;
