@@ -74,33 +74,7 @@ TEST(Rotate, EveryCodeMovesSamplesAsDefined) {
     }
 }
 
-// Clockwise, stated plainly: after a quarter turn right the top-left corner is at the
-// top-right; after three quarters it is at the bottom-left.
-TEST(Rotate, QuarterTurnsAreClockwise) {
-    TestImage src(ZOCA_CF_RGBA, 4, 2);
-    src.FillRgb([](int, int) { return Rgb{0, 0, 0}; });
-    src.SetRgb(0, 0, {255, 0, 0});
-    TestImage right(ZOCA_CF_RGBA, 2, 4);
-    TestImage left(ZOCA_CF_RGBA, 2, 4);
-    ASSERT_EQ(vexa_rot(src.r(), ZOCA_ROT_90, right.r()), ZOCA_OK);
-    ASSERT_EQ(vexa_rot(src.r(), ZOCA_ROT_270, left.r()), ZOCA_OK);
-    EXPECT_EQ(right.GetRgb(1, 0).r, 255);
-    EXPECT_EQ(left.GetRgb(0, 3).r, 255);
-}
-
 // ---- scaling ----
-
-TEST(Resize, SameSizeAndFormatIsACopy) {
-    for (int fmt : kAllFormats) {
-        SCOPED_TRACE(FormatName(fmt));
-        TestImage src(fmt, 33, 17, 0, 4);
-        TestImage dst(fmt, 33, 17, 20, 1);  // a different code does not matter here
-        src.FillNoise(fmt);
-        ASSERT_EQ(vexa_rsz(src.r(), dst.r()), ZOCA_OK);
-        EXPECT_TRUE(dst.SameContent(src));
-        EXPECT_TRUE(dst.PaddingIntact());
-    }
-}
 
 // ---- resampling, against filters written from their formulas ----
 
@@ -118,55 +92,36 @@ double CatmullRom(double x) {
     return x < 2 ? ((-0.5 * x + 2.5) * x - 4) * x + 2 : 0;
 }
 
-// One axis: n outputs from the source span [left, left + span). Output j sits at
-// left + (j + 0.5) * span / n - 0.5; a shrinking filter is widened by the ratio;
-// samples past the ends mirror back in.
-std::vector<double> Resample1(const std::vector<double>& in, double left, double span, int n,
-                              bool shrink) {
-    const double scale = std::max(1.0, span / n);
-    const double support = (shrink ? 3 : 2) * scale;
-    const int len = static_cast<int>(in.size());
-    std::vector<double> out(n);
-    for (int j = 0; j < n; ++j) {
-        const double c = left + (j + 0.5) * span / n - 0.5;
-        double sum = 0, wsum = 0;
-        for (int k = static_cast<int>(std::floor(c - support)); k <= c + support; ++k) {
-            const double w = shrink ? Lanczos3((k - c) / scale) : CatmullRom((k - c) / scale);
-            int m = k;
-            while (m < 0 || m >= len) m = m < 0 ? -m - 1 : 2 * len - 1 - m;
-            sum += w * in[m];
-            wsum += w;
-        }
-        out[j] = sum / wsum;
-    }
-    return out;
-}
-
-// A plane of samples as doubles, resampled in x then y.
+// A plane of one channel as doubles.
 struct Plane {
     int w, h;
     std::vector<double> v;
-    double& at(int x, int y) { return v[static_cast<size_t>(y) * w + x]; }
 };
 
-Plane Resample2(Plane in, double rw, double rh, int dw, int dh, bool shrink) {
-    Plane mid{dw, in.h, std::vector<double>(static_cast<size_t>(dw) * in.h)};
-    for (int y = 0; y < in.h; ++y) {
-        const std::vector<double> row(in.v.begin() + y * in.w, in.v.begin() + (y + 1) * in.w);
-        const auto r = Resample1(row, 0, rw, dw, shrink);
-        std::copy(r.begin(), r.end(), mid.v.begin() + y * dw);
-    }
-    Plane out{dw, dh, std::vector<double>(static_cast<size_t>(dw) * dh)};
-    for (int x = 0; x < dw; ++x) {
-        std::vector<double> col(in.h);
-        for (int y = 0; y < in.h; ++y) col[y] = mid.at(x, y);
-        const auto c = Resample1(col, 0, rh, dh, shrink);
-        for (int y = 0; y < dh; ++y) out.at(x, y) = c[y];
+// Resamples along x (the plane is transposed on the way out, so two calls do both axes):
+// output j sits at (j + 0.5) * span / n - 0.5, a shrinking filter is widened by the
+// ratio, and samples past the ends mirror back in.
+Plane Resample1(const Plane& in, double span, int n, bool shrink) {
+    const double scale = std::max(1.0, span / n), support = (shrink ? 3 : 2) * scale;
+    Plane out{in.h, n, std::vector<double>(static_cast<size_t>(n) * in.h)};
+    for (int j = 0; j < n; ++j) {
+        const double c = (j + 0.5) * span / n - 0.5;
+        for (int y = 0; y < in.h; ++y) {
+            double sum = 0, wsum = 0;
+            for (int k = static_cast<int>(std::floor(c - support)); k <= c + support; ++k) {
+                const double w = shrink ? Lanczos3((k - c) / scale) : CatmullRom((k - c) / scale);
+                int m = k;
+                while (m < 0 || m >= in.w) m = m < 0 ? -m - 1 : 2 * in.w - 1 - m;
+                sum += w * in.v[static_cast<size_t>(y) * in.w + m];
+                wsum += w;
+            }
+            out.v[static_cast<size_t>(j) * in.h + y] = sum / wsum;
+        }
     }
     return out;
 }
 
-// Channel c of plane p as doubles (c counts bytes within a sample unit).
+// Channel c of plane p (c counts bytes within a sample unit).
 Plane Channel(TestImage& img, int p, int c) {
     const int unit = p == 0 ? Bpp(img.fmt()) : (img.fmt() == ZOCA_CF_I420 ? 1 : 2);
     Plane out{img.rec.width[p], img.rec.height[p], {}};
@@ -182,16 +137,16 @@ void ExpectResampled(TestImage& src, TestImage& dst, int tol) {
     const bool shrink = dst.w() < src.w() || dst.h() < src.h();
     for (int p = 0; p < src.planes(); ++p) {
         const int units = p == 0 ? Bpp(src.fmt()) : (src.fmt() == ZOCA_CF_I420 ? 1 : 2);
-        const double rw = p == 0 ? src.w() : double(dst.rec.width[p]) * src.w() / dst.w();
-        const double rh = p == 0 ? src.h() : double(dst.rec.height[p]) * src.h() / dst.h();
+        const int dw = dst.rec.width[p], dh = dst.rec.height[p];
+        const double rw = p == 0 ? src.w() : double(dw) * src.w() / dst.w();
+        const double rh = p == 0 ? src.h() : double(dh) * src.h() / dst.h();
         for (int c = 0; c < units; ++c) {
             const Plane want =
-                Resample2(Channel(src, p, c), rw, rh, dst.rec.width[p], dst.rec.height[p], shrink);
+                Resample1(Resample1(Channel(src, p, c), rw, dw, shrink), rh, dh, shrink);
             const Plane got = Channel(dst, p, c);
             for (size_t i = 0; i < got.v.size(); ++i) {
-                const double w = std::min(255.0, std::max(0.0, want.v[i]));
-                ASSERT_NEAR(got.v[i], w, tol)
-                    << "plane " << p << " channel " << c << " at " << i % got.w << "," << i / got.w;
+                ASSERT_NEAR(got.v[i], std::min(255.0, std::max(0.0, want.v[i])), tol)
+                    << "plane " << p << " channel " << c << " at " << i % dw << "," << i / dw;
             }
         }
     }
@@ -228,79 +183,59 @@ TEST(Resize, MatchesTheFilterAtEveryRatio) {
 }
 
 // A 600x600 zone plate (local frequency x / 600 cycles per pixel along x, likewise y)
-// shrunk in x: where the source frequency is well above the destination's Nyquist
-// limit the result is flat grey, not false rings; well below it the plate survives.
-TEST(Resize, ZonePlateLosesItsRingsAboveNyquist) {
+// shrunk: where the source frequency is well above the destination's Nyquist limit
+// the result is flat grey, not false rings; well below it the plate survives. A step
+// edge stays where it was: the centroid of the result's steps, taken back to source
+// columns, lies within 0.05 pixel of the edge, in luma and in chroma.
+TEST(Resize, AntiAliasedAndCentred) {
     const int n = 600;
     auto plate = [n](double x, double y) {
-        x -= n / 2.0 - 0.5;
-        y -= n / 2.0 - 0.5;
+        x -= n / 2.0 - 0.5, y -= n / 2.0 - 0.5;
         return 128 + 100 * std::cos(M_PI * (x * x + y * y) / n);
     };
     for (int fmt : {ZOCA_CF_NV12, ZOCA_CF_RGBA}) {
-        for (auto size : {std::pair<int, int>{200, 600}, {400, 400}, {247, 331}}) {
-            SCOPED_TRACE(FormatName(fmt) + " to " + std::to_string(size.first) + "x" +
-                         std::to_string(size.second));
-            TestImage src(fmt, n, n);
-            TestImage dst(fmt, size.first, size.second);
+        for (auto sz : {std::pair<int, int>{200, 600}, {400, 400}, {247, 331}}) {
+            SCOPED_TRACE(FormatName(fmt) + " to " + std::to_string(sz.first));
+            TestImage src(fmt, n, n), dst(fmt, sz.first, sz.second);
             for (int y = 0; y < n; ++y)
                 for (int x = 0; x < n; ++x) {
                     const int v = static_cast<int>(std::lround(plate(x, y)));
-                    if (IsYuv(fmt))
-                        src.Y(x, y) = static_cast<uint8_t>(v);
-                    else
-                        src.SetRgb(x, y, {v, v, v});
+                    IsYuv(fmt) ? void(src.Y(x, y) = uint8_t(v)) : src.SetRgb(x, y, {v, v, v});
                 }
             ASSERT_EQ(vexa_rsz(src.r(), dst.r()), ZOCA_OK);
-            const double kx = double(n) / size.first, ky = double(n) / size.second;
-            double stop = 0, pass = 0;
-            int ns = 0, np = 0;
-            for (int y = 0; y < size.second; ++y)
-                for (int x = 0; x < size.first; ++x) {
+            const double kx = double(n) / sz.first, ky = double(n) / sz.second;
+            double se[2] = {0, 0}, count[2] = {0, 0};  // stop band, pass band
+            for (int y = 0; y < sz.second; ++y)
+                for (int x = 0; x < sz.first; ++x) {
                     const double sx = (x + 0.5) * kx - 0.5, sy = (y + 0.5) * ky - 0.5;
-                    // Source frequency over the destination's Nyquist limit, per axis.
-                    const double fx = std::fabs(sx - n / 2.0 + 0.5) / n * 2 * kx;
-                    const double fy = std::fabs(sy - n / 2.0 + 0.5) / n * 2 * ky;
+                    // Source frequency over the destination's Nyquist limit.
+                    const double f = std::max(std::fabs(sx - n / 2.0 + 0.5) * 2 * kx,
+                                              std::fabs(sy - n / 2.0 + 0.5) * 2 * ky) /
+                                     n;
                     const int v = IsYuv(fmt) ? dst.Y(x, y) : dst.GetRgb(x, y).g;
-                    if (std::max(fx, fy) > 1.3) {
-                        stop += (v - 128) * (v - 128), ++ns;
-                    } else if (std::max(fx, fy) < 0.5) {
-                        pass += (v - plate(sx, sy)) * (v - plate(sx, sy)), ++np;
-                    }
+                    const double e = f > 1.3 ? v - 128 : v - plate(sx, sy);
+                    if (f > 1.3 || f < 0.5) se[f < 0.5] += e * e, ++count[f < 0.5];
                 }
-            ASSERT_GT(ns, 1000);
-            EXPECT_LT(std::sqrt(stop / ns), 6.0);  // aliased rings: about 70
-            EXPECT_LT(std::sqrt(pass / np), 4.0);
+            EXPECT_LT(std::sqrt(se[0] / count[0]), 6.0);  // aliased rings: about 70
+            EXPECT_LT(std::sqrt(se[1] / count[1]), 4.0);
         }
     }
-}
-
-// A step edge stays where it was: the centroid of the result's differences, taken back
-// to source columns, lies within 0.05 pixel of the edge, in luma and in chroma.
-TEST(Resize, StepEdgesStayInPlace) {
-    const int sw = 512, edge = 250;  // luma edge between columns 249 and 250
+    const int sw = 512, edge = 250;  // luma edge at 250, chroma edge at chroma 62 = luma 124
     for (int fmt : {ZOCA_CF_I420, ZOCA_CF_NV12, ZOCA_CF_BGR}) {
         for (int dw : {256, 200, 192, 171, 700}) {
             SCOPED_TRACE(FormatName(fmt) + " to " + std::to_string(dw));
-            TestImage src(fmt, sw, 4);
-            TestImage dst(fmt, dw, 4);
+            TestImage src(fmt, sw, 4), dst(fmt, dw, 4);
+            src.FillRgb([](int x, int) { return x < edge ? Rgb{30, 30, 30} : Rgb{220, 220, 220}; });
             if (IsYuv(fmt)) {
-                // Chroma edge between chroma columns 61 and 62, that is at luma column 124.
                 src.FillYuv([](int x, int, uint8_t& v) { v = x < edge ? 30 : 220; },
                             [](int x, int, uint8_t& u, uint8_t& v) { u = v = x < 62 ? 40 : 210; });
-            } else {
-                src.FillRgb([](int x, int) {
-                    return x < edge ? Rgb{30, 30, 30} : Rgb{220, 220, 220};
-                });
             }
             ASSERT_EQ(vexa_rsz(src.r(), dst.r()), ZOCA_OK);
-            // Centroid of the steps of row 1 of plane p, channel c, in source luma columns.
             auto centroid = [&](int p, int unit, int width, double luma_per_sample) {
                 double m = 0, sum = 0;
                 for (int x = 0; x + 1 < width; ++x) {
                     const double d = dst.Row(p, 1)[(x + 1) * unit] - dst.Row(p, 1)[x * unit];
-                    m += d * (x + 1);
-                    sum += d;
+                    m += d * (x + 1), sum += d;
                 }
                 return m / sum * luma_per_sample * sw / dw;
             };
@@ -351,54 +286,36 @@ TEST(Resize, ConvertsWhenFormatsDiffer) {
 
 // ---- combined operations ----
 
-TEST(Combined, ResizeRotateMatchesResizeThenRotate) {
-    for (int code = 0; code <= 5; ++code) {
-        for (int fmt : {ZOCA_CF_NV12, ZOCA_CF_I420, ZOCA_CF_RGB, ZOCA_CF_RGBA}) {
-            SCOPED_TRACE(FormatName(fmt) + " code " + std::to_string(code));
-            const bool swap = Swaps(code);
-            TestImage src(fmt, 90, 60, 0, 2);
-            src.FillNoise(code + fmt);
-            TestImage scaled(fmt, 45, 31);
-            TestImage want(fmt, swap ? 31 : 45, swap ? 45 : 31);
-            TestImage got(fmt, swap ? 31 : 45, swap ? 45 : 31, 0, 3);
-            ASSERT_EQ(vexa_rsz(src.r(), scaled.r()), ZOCA_OK);
-            ASSERT_EQ(vexa_rot(scaled.r(), code, want.r()), ZOCA_OK);
-            ASSERT_EQ(vexa_rsz_rot(src.r(), code, got.r()), ZOCA_OK);
-            EXPECT_TRUE(got.SameContent(want));
-            EXPECT_TRUE(got.PaddingIntact());
-        }
-    }
-    // With a format change: NV12 in, turned RGBA out.
-    TestImage src(ZOCA_CF_NV12, 64, 36, 1);
-    src.FillNoise(5);
-    TestImage got(ZOCA_CF_RGBA, 18, 32, 1);
-    ASSERT_EQ(vexa_rsz_rot(src.r(), ZOCA_ROT_270, got.r()), ZOCA_OK);
-    TestImage scaled(ZOCA_CF_RGBA, 32, 18, 1);
-    TestImage want(ZOCA_CF_RGBA, 18, 32, 1);
-    ASSERT_EQ(vexa_rsz(src.r(), scaled.r()), ZOCA_OK);
-    ASSERT_EQ(vexa_rot(scaled.r(), ZOCA_ROT_270, want.r()), ZOCA_OK);
-    EXPECT_LE(got.MaxDiff(want), 2);
-}
-
-TEST(Combined, ConvertRotateMatchesConvertThenRotate) {
-    const std::pair<int, int> pairs[] = {{ZOCA_CF_NV12, ZOCA_CF_RGBA},
-                                         {ZOCA_CF_RGBA, ZOCA_CF_NV12},
-                                         {ZOCA_CF_I420, ZOCA_CF_NV21},
-                                         {ZOCA_CF_BGR, ZOCA_CF_ARGB},
-                                         {ZOCA_CF_NV21, ZOCA_CF_NV21}};
-    for (auto pr : pairs) {
+// The fused calls give the bytes of their two steps: resize (or convert), then turn.
+TEST(Combined, FusedCallsMatchTheirSteps) {
+    struct Case {
+        int sf, df, sw, sh, w, h;  // w x h: the upright size after the first step
+        bool resize;
+    };
+    const Case cases[] = {{ZOCA_CF_NV12, ZOCA_CF_NV12, 90, 60, 45, 31, true},
+                          {ZOCA_CF_I420, ZOCA_CF_I420, 90, 60, 45, 31, true},
+                          {ZOCA_CF_RGB, ZOCA_CF_RGB, 90, 60, 45, 31, true},
+                          {ZOCA_CF_NV12, ZOCA_CF_RGBA, 64, 36, 32, 18, true},
+                          {ZOCA_CF_NV12, ZOCA_CF_RGBA, 31, 19, 31, 19, false},
+                          {ZOCA_CF_RGBA, ZOCA_CF_NV12, 31, 19, 31, 19, false},
+                          {ZOCA_CF_I420, ZOCA_CF_NV21, 31, 19, 31, 19, false},
+                          {ZOCA_CF_BGR, ZOCA_CF_ARGB, 31, 19, 31, 19, false},
+                          {ZOCA_CF_NV21, ZOCA_CF_NV21, 31, 19, 31, 19, false}};
+    for (const Case& c : cases) {
         for (int code = 0; code <= 5; ++code) {
-            SCOPED_TRACE(FormatName(pr.first) + "->" + FormatName(pr.second) + " code " +
-                         std::to_string(code));
+            SCOPED_TRACE(FormatName(c.sf) + "->" + FormatName(c.df) + " code " +
+                         std::to_string(code) + (c.resize ? " resized" : ""));
             const bool swap = Swaps(code);
-            TestImage src(pr.first, 31, 19, 1, 4);
-            src.FillNoise(code * 3 + pr.first);
-            TestImage conv(pr.second, 31, 19, 1);
-            TestImage want(pr.second, swap ? 19 : 31, swap ? 31 : 19, 1);
-            TestImage got(pr.second, swap ? 19 : 31, swap ? 31 : 19, 1, 2);
-            ASSERT_EQ(vexa_csc(src.r(), conv.r()), ZOCA_OK);
-            ASSERT_EQ(vexa_rot(conv.r(), code, want.r()), ZOCA_OK);
-            ASSERT_EQ(vexa_csc_rot(src.r(), code, got.r()), ZOCA_OK);
+            TestImage src(c.sf, c.sw, c.sh, 1, 4);
+            src.FillNoise(code * 3 + c.sf + c.w);
+            TestImage mid(c.df, c.w, c.h, 1);
+            TestImage want(c.df, swap ? c.h : c.w, swap ? c.w : c.h, 1);
+            TestImage got(c.df, swap ? c.h : c.w, swap ? c.w : c.h, 1, 2);
+            ASSERT_EQ(c.resize ? vexa_rsz(src.r(), mid.r()) : vexa_csc(src.r(), mid.r()), ZOCA_OK);
+            ASSERT_EQ(vexa_rot(mid.r(), code, want.r()), ZOCA_OK);
+            ASSERT_EQ(c.resize ? vexa_rsz_rot(src.r(), code, got.r())
+                               : vexa_csc_rot(src.r(), code, got.r()),
+                      ZOCA_OK);
             EXPECT_TRUE(got.SameContent(want));
             EXPECT_TRUE(got.PaddingIntact());
         }
@@ -446,21 +363,15 @@ TEST(Crop, KeepsLumaExactAndChromaOnItsLuma) {
             const bool even = rg.x % 2 == 0 && rg.y % 2 == 0;
             for (int y = 0; y < (rg.h + 1) / 2; ++y)
                 for (int x = 0; x < (rg.w + 1) / 2; ++x) {
-                    // The last chroma sample of an odd side averages one luma column or row.
-                    if (2 * x + 1 == rg.w || 2 * y + 1 == rg.h || even) continue;
-                    ASSERT_NEAR(dst.U(x, y), want.U(x, y), 1) << x << "," << y;
-                    ASSERT_NEAR(dst.V(x, y), want.V(x, y), 1) << x << "," << y;
+                    if (even) {
+                        ASSERT_EQ(dst.U(x, y), src.U(rg.x / 2 + x, rg.y / 2 + y));
+                        ASSERT_EQ(dst.V(x, y), src.V(rg.x / 2 + x, rg.y / 2 + y));
+                    } else if (2 * x + 1 < rg.w && 2 * y + 1 < rg.h) {
+                        // (the last sample of an odd side averages a single column or row)
+                        ASSERT_NEAR(dst.U(x, y), want.U(x, y), 1) << x << "," << y;
+                        ASSERT_NEAR(dst.V(x, y), want.V(x, y), 1) << x << "," << y;
+                    }
                 }
-            if (!even) continue;
-            for (int p = 1; p < src.planes(); ++p) {
-                const int cub = fmt == ZOCA_CF_I420 ? 1 : 2;
-                for (int y = 0; y < dst.rec.height[p]; ++y) {
-                    ASSERT_EQ(0,
-                              std::memcmp(dst.Row(p, y), src.Row(p, rg.y / 2 + y) + rg.x / 2 * cub,
-                                          dst.rec.width[p] * cub))
-                        << "plane " << p << " row " << y;
-                }
-            }
         }
     }
 }
