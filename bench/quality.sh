@@ -45,7 +45,7 @@ printf '| picture | size | vs ImageMagick -resize | vs vips resize | vs vips thu
 printf '|---|---|---|---|---|---|\n'
 for pic in astronaut coffee rocket hubble_deep_field zoneplate; do
   in=$work/$pic.png
-  read -r w h < <(identify -format '%w %h' "$in")
+  read -r w h < <(identify -format '%w %h\n' "$in")
   # A 3x one-axis shrink, a 1.5x shrink and an odd non-integer one.
   for size in "$((w / 3))x$h" "$((w * 2 / 3))x$((h * 2 / 3))" "$((w * 100 / 247))x$((h * 100 / 247))"; do
     dw=${size%x*}

@@ -259,25 +259,16 @@ TEST(Resize, ConvertsWhenFormatsDiffer) {
                           {ZOCA_CF_ARGB, 99, 51, ZOCA_CF_NV21, 200, 100}};
     for (const Case& c : cases) {
         SCOPED_TRACE(FormatName(c.sf) + "->" + FormatName(c.df));
-        TestImage src(c.sf, c.sw, c.sh, 1, 3);
-        if (IsYuv(c.sf)) {
-            TestImage rgb(ZOCA_CF_RGBA, c.sw, c.sh, 1);
-            rgb.FillRgb([&](int x, int y) { return SmoothPattern(x, y, c.sw, c.sh); });
-            ASSERT_EQ(vexa_csc(rgb.r(), src.r()), ZOCA_OK);
-        } else {
-            src.FillRgb([&](int x, int y) { return SmoothPattern(x, y, c.sw, c.sh); });
-        }
-        TestImage dst(c.df, c.dw, c.dh, 1, 2);
+        TestImage rgb(ZOCA_CF_RGBA, c.sw, c.sh, 1), src(c.sf, c.sw, c.sh, 1, 3);
+        rgb.FillRgb([&](int x, int y) { return SmoothPattern(x, y, c.sw, c.sh); });
+        ASSERT_EQ(vexa_csc(rgb.r(), src.r()), ZOCA_OK);
+        TestImage dst(c.df, c.dw, c.dh, 1, 2), conv(c.df, c.sw, c.sh, 1), ref(c.df, c.dw, c.dh, 1);
         ASSERT_EQ(vexa_rsz(src.r(), dst.r()), ZOCA_OK);
         EXPECT_TRUE(dst.PaddingIntact());
-
         // Reference: convert at source size, resize in the destination format.
-        TestImage conv(c.df, c.sw, c.sh, 1);
-        TestImage ref(c.df, c.dw, c.dh, 1);
         ASSERT_EQ(vexa_csc(src.r(), conv.r()), ZOCA_OK);
         ASSERT_EQ(vexa_rsz(conv.r(), ref.r()), ZOCA_OK);
-        TestImage a(ZOCA_CF_RGB, c.dw, c.dh, 1);
-        TestImage b(ZOCA_CF_RGB, c.dw, c.dh, 1);
+        TestImage a(ZOCA_CF_RGB, c.dw, c.dh, 1), b(ZOCA_CF_RGB, c.dw, c.dh, 1);
         ASSERT_EQ(vexa_csc(dst.r(), a.r()), ZOCA_OK);
         ASSERT_EQ(vexa_csc(ref.r(), b.r()), ZOCA_OK);
         EXPECT_GT(PsnrRgb(a, b), 34.0);
@@ -308,9 +299,8 @@ TEST(Combined, FusedCallsMatchTheirSteps) {
             const bool swap = Swaps(code);
             TestImage src(c.sf, c.sw, c.sh, 1, 4);
             src.FillNoise(code * 3 + c.sf + c.w);
-            TestImage mid(c.df, c.w, c.h, 1);
-            TestImage want(c.df, swap ? c.h : c.w, swap ? c.w : c.h, 1);
-            TestImage got(c.df, swap ? c.h : c.w, swap ? c.w : c.h, 1, 2);
+            const int tw = swap ? c.h : c.w, th = swap ? c.w : c.h;
+            TestImage mid(c.df, c.w, c.h, 1), want(c.df, tw, th, 1), got(c.df, tw, th, 1, 2);
             ASSERT_EQ(c.resize ? vexa_rsz(src.r(), mid.r()) : vexa_csc(src.r(), mid.r()), ZOCA_OK);
             ASSERT_EQ(vexa_rot(mid.r(), code, want.r()), ZOCA_OK);
             ASSERT_EQ(c.resize ? vexa_rsz_rot(src.r(), code, got.r())
@@ -356,8 +346,7 @@ TEST(Crop, KeepsLumaExactAndChromaOnItsLuma) {
             if (!IsYuv(fmt)) continue;
             rgb.rec.startX = rg.x;
             rgb.rec.startY = rg.y;
-            TestImage part(ZOCA_CF_RGB, rg.w, rg.h);
-            TestImage want(fmt, rg.w, rg.h);
+            TestImage part(ZOCA_CF_RGB, rg.w, rg.h), want(fmt, rg.w, rg.h);
             ASSERT_EQ(vexa_crop(rgb.r(), part.r()), ZOCA_OK);
             ASSERT_EQ(vexa_csc(part.r(), want.r()), ZOCA_OK);
             const bool even = rg.x % 2 == 0 && rg.y % 2 == 0;
