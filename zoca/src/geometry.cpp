@@ -7,6 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <new>
+#include <vector>
 
 namespace zoca {
 namespace {
@@ -116,11 +119,6 @@ struct RowMover {
     }
 };
 
-struct GraphDeleter {
-    void operator()(zimg_filter_graph* g) const { zimg_filter_graph_free(g); }
-};
-using Graph = std::unique_ptr<zimg_filter_graph, GraphDeleter>;
-
 struct AlignedDeleter {
     void operator()(void* p) const { std::free(p); }
 };
@@ -140,6 +138,89 @@ zimg_image_format FormatOf(int n, int w, int h) {
     return f;
 }
 
+bool Direct(const Channels& c) {
+    return c.n == 1 && reinterpret_cast<uintptr_t>(c.base) % 32 == 0 && c.stride % 32 == 0;
+}
+
+struct GraphDeleter {
+    void operator()(zimg_filter_graph* g) const { zimg_filter_graph_free(g); }
+};
+
+// Everything a resampling graph depends on.
+struct GraphKey {
+    int n, sw, sh;
+    double left, top, rw, rh;
+    int dw, dh;
+    bool operator==(const GraphKey& o) const {
+        return n == o.n && sw == o.sw && sh == o.sh && left == o.left && top == o.top &&
+               rw == o.rw && rh == o.rh && dw == o.dw && dh == o.dh;
+    }
+};
+
+struct Graph {
+    GraphKey key;
+    std::unique_ptr<zimg_filter_graph, GraphDeleter> graph;
+    size_t tmp_size = 0;
+    unsigned in_lines = 0, out_lines = 0;
+};
+
+std::shared_ptr<const Graph> BuildGraph(const GraphKey& k) {
+    zimg_image_format sf = FormatOf(k.n, k.sw, k.sh);
+    sf.active_region.left = k.left;
+    sf.active_region.top = k.top;
+    sf.active_region.width = k.rw;
+    sf.active_region.height = k.rh;
+    const zimg_image_format df = FormatOf(k.n, k.dw, k.dh);
+    zimg_graph_builder_params params;
+    zimg_graph_builder_params_default(&params, ZIMG_API_VERSION);
+    if (k.dw < k.rw || k.dh < k.rh) {
+        params.resample_filter = ZIMG_RESIZE_LANCZOS;
+        params.filter_param_a = 3;
+    } else {
+        // Catmull-Rom: interpolating (an exact copy at integer shifts), no ringing to speak of.
+        params.resample_filter = ZIMG_RESIZE_BICUBIC;
+        params.filter_param_a = 0;
+        params.filter_param_b = 0.5;
+    }
+    // Not ZIMG_CPU_AUTO_64B: zimg 3.0.4's 512-bit kernels, though up to twice as fast,
+    // are off by 16 codes or more at some sizes (71 -> 28, 99 -> 48 wide, ...).
+    params.cpu_type = ZIMG_CPU_AUTO;
+    auto g = std::make_shared<Graph>();
+    g->key = k;
+    g->graph.reset(zimg_filter_graph_build(&sf, &df, &params));
+    if (!g->graph || zimg_filter_graph_get_tmp_size(g->graph.get(), &g->tmp_size) ||
+        zimg_filter_graph_get_input_buffering(g->graph.get(), &g->in_lines) ||
+        zimg_filter_graph_get_output_buffering(g->graph.get(), &g->out_lines)) {
+        return nullptr;
+    }
+    return g;
+}
+
+// Building a graph (the filter weights of every output sample) costs more than running
+// it on a 1080p plane, and a stream asks for the same few sizes again and again: the
+// last few graphs are kept. A graph is only read while it runs, so several threads may
+// share one; a graph evicted while in use lives on until its last user is done.
+std::shared_ptr<const Graph> CachedGraph(const GraphKey& key) {
+    constexpr size_t kKept = 8;
+    static std::mutex lock;
+    static std::vector<std::shared_ptr<const Graph>> kept;  // most recent first
+    {
+        std::lock_guard<std::mutex> hold(lock);
+        for (size_t i = 0; i < kept.size(); ++i) {
+            if (kept[i]->key == key) {
+                std::rotate(kept.begin(), kept.begin() + i, kept.begin() + i + 1);
+                return kept.front();
+            }
+        }
+    }
+    std::shared_ptr<const Graph> g = BuildGraph(key);  // outside the lock: it is slow
+    if (!g) return nullptr;
+    std::lock_guard<std::mutex> hold(lock);
+    kept.insert(kept.begin(), g);
+    if (kept.size() > kKept) kept.pop_back();
+    return g;
+}
+
 // Rows of a ring buffer holding `lines` lines of an image `h` rows high.
 unsigned RingRows(unsigned mask, int h) {
     return mask == ZIMG_BUFFER_MAX ? static_cast<unsigned>(h) : mask + 1;
@@ -151,42 +232,27 @@ unsigned RingRows(unsigned mask, int h) {
 // a few rows per channel (zimg runs the two passes over tiles and ring buffers).
 int Resample(const Channels& src, int sw, int sh, double left, double top, double rw, double rh,
              const Channels& dst, int dw, int dh) {
-    zimg_image_format sf = FormatOf(src.n, sw, sh);
-    sf.active_region.left = left;
-    sf.active_region.top = top;
-    sf.active_region.width = rw;
-    sf.active_region.height = rh;
-    const zimg_image_format df = FormatOf(dst.n, dw, dh);
-    zimg_graph_builder_params params;
-    zimg_graph_builder_params_default(&params, ZIMG_API_VERSION);
-    if (dw < rw || dh < rh) {
-        params.resample_filter = ZIMG_RESIZE_LANCZOS;
-        params.filter_param_a = 3;
-    } else {
-        // Catmull-Rom: interpolating (an exact copy at integer shifts), no ringing to speak of.
-        params.resample_filter = ZIMG_RESIZE_BICUBIC;
-        params.filter_param_a = 0;
-        params.filter_param_b = 0.5;
-    }
-    // zimg 3.0.4's 512-bit horizontal kernels miscompute some columns of chroma-sized
-    // planes (seen at 200 -> 99 wide); its AVX2 ones are right and nearly as fast.
-    params.cpu_type = ZIMG_CPU_AUTO;
-    Graph graph(zimg_filter_graph_build(&sf, &df, &params));
-    if (!graph) return ZOCA_ERR_DESTINATION;
-    size_t tmp_size = 0;
-    unsigned in_lines = 0;
-    unsigned out_lines = 0;
-    if (zimg_filter_graph_get_tmp_size(graph.get(), &tmp_size) ||
-        zimg_filter_graph_get_input_buffering(graph.get(), &in_lines) ||
-        zimg_filter_graph_get_output_buffering(graph.get(), &out_lines)) {
+    const GraphKey key{src.n, sw, sh, left, top, rw, rh, dw, dh};
+    std::shared_ptr<const Graph> graph;
+    try {
+        graph = CachedGraph(key);
+    } catch (const std::bad_alloc&) {
         return ZOCA_ERR_DESTINATION;
     }
+    if (!graph) return ZOCA_ERR_DESTINATION;
+    size_t tmp_size = graph->tmp_size;
+    const unsigned in_lines = graph->in_lines;
+    const unsigned out_lines = graph->out_lines;
+    // A single-channel plane on zimg's alignment is read or written in place; anything
+    // else goes through ring buffers of a few rows, filled and drained row by row.
+    const bool in_place_src = Direct(src);
+    const bool in_place_dst = Direct(dst);
     const unsigned in_mask = zimg_select_buffer_mask(in_lines);
     const unsigned out_mask = zimg_select_buffer_mask(out_lines);
     const size_t in_stride = (static_cast<size_t>(sw) + kAlign - 1) & ~(kAlign - 1);
     const size_t out_stride = (static_cast<size_t>(dw) + kAlign - 1) & ~(kAlign - 1);
-    const size_t in_bytes = in_stride * RingRows(in_mask, sh);
-    const size_t out_bytes = out_stride * RingRows(out_mask, dh);
+    const size_t in_bytes = in_place_src ? 0 : in_stride * RingRows(in_mask, sh);
+    const size_t out_bytes = in_place_dst ? 0 : out_stride * RingRows(out_mask, dh);
     tmp_size = (tmp_size + kAlign - 1) & ~(kAlign - 1);
     const size_t total = tmp_size + src.n * in_bytes + dst.n * out_bytes;
     std::unique_ptr<void, AlignedDeleter> mem(std::aligned_alloc(kAlign, total));
@@ -196,21 +262,30 @@ int Resample(const Channels& src, int sw, int sh, double left, double top, doubl
     RowMover in{src, {}};
     RowMover out{dst, {}};
     in.ring.version = out.ring.version = ZIMG_API_VERSION;
-    for (int c = 0; c < src.n; ++c, at += in_bytes) {
-        auto& pl = in.ring.plane[ZimgPlane(src.n, c)];
-        pl = {at, static_cast<ptrdiff_t>(in_stride), in_mask};
+    if (in_place_src) {
+        in.ring.plane[0] = {src.base, src.stride, ZIMG_BUFFER_MAX};
+    } else {
+        for (int c = 0; c < src.n; ++c, at += in_bytes) {
+            in.ring.plane[ZimgPlane(src.n, c)] = {at, static_cast<ptrdiff_t>(in_stride), in_mask};
+        }
     }
-    for (int c = 0; c < dst.n; ++c, at += out_bytes) {
-        auto& pl = out.ring.plane[ZimgPlane(dst.n, c)];
-        pl = {at, static_cast<ptrdiff_t>(out_stride), out_mask};
+    if (in_place_dst) {
+        out.ring.plane[0] = {dst.base, dst.stride, ZIMG_BUFFER_MAX};
+    } else {
+        for (int c = 0; c < dst.n; ++c, at += out_bytes) {
+            out.ring.plane[ZimgPlane(dst.n, c)] = {at, static_cast<ptrdiff_t>(out_stride),
+                                                   out_mask};
+        }
     }
     zimg_image_buffer_const in_buf;
     in_buf.version = ZIMG_API_VERSION;
     for (int p = 0; p < 4; ++p) {
         in_buf.plane[p] = {in.ring.plane[p].data, in.ring.plane[p].stride, in.ring.plane[p].mask};
     }
-    const zimg_error_code_e err = zimg_filter_graph_process(
-        graph.get(), &in_buf, &out.ring, mem.get(), RowMover::Unpack, &in, RowMover::Pack, &out);
+    const zimg_error_code_e err =
+        zimg_filter_graph_process(graph->graph.get(), &in_buf, &out.ring, mem.get(),
+                                  in_place_src ? nullptr : RowMover::Unpack, &in,
+                                  in_place_dst ? nullptr : RowMover::Pack, &out);
     return err == ZIMG_ERROR_SUCCESS ? ZOCA_OK : ZOCA_ERR_DESTINATION;
 }
 

@@ -17,7 +17,8 @@
 // of a row and the stride, never rows past height[p].
 //
 // Every function is reentrant and keeps no mutable state between calls (its tables are
-// built once, thread-safely, and only read afterwards). Source and destination must
+// built once, thread-safely, and only read afterwards), except the resampling filters
+// of the last few sizes, kept under a lock and only read while they run. Source and destination must
 // not share memory: there is no in-place operation.
 #ifndef ZOCA_ZOCA_H
 #define ZOCA_ZOCA_H
