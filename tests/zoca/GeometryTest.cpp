@@ -225,10 +225,11 @@ TEST(Resize, AntiAliasedAndCentred) {
         for (int dw : {256, 200, 192, 171, 700}) {
             SCOPED_TRACE(FormatName(fmt) + " to " + std::to_string(dw));
             TestImage src(fmt, sw, 4), dst(fmt, dw, 4);
-            src.FillRgb([](int x, int) { return x < edge ? Rgb{30, 30, 30} : Rgb{220, 220, 220}; });
-            if (IsYuv(fmt))
-                src.FillYuv([](int x, int, uint8_t& v) { v = x < edge ? 30 : 220; },
-                            [](int x, int, uint8_t& u, uint8_t& v) { u = v = x < 62 ? 40 : 210; });
+            const Rgb lo{30, 30, 30}, hi{220, 220, 220};
+            IsYuv(fmt)
+                ? src.FillYuv([](int x, int, uint8_t& v) { v = x < edge ? 30 : 220; },
+                              [](int x, int, uint8_t& u, uint8_t& v) { u = v = x < 62 ? 40 : 210; })
+                : src.FillRgb([&](int x, int) { return x < edge ? lo : hi; });
             ASSERT_EQ(vexa_rsz(src.r(), dst.r()), ZOCA_OK);
             auto centroid = [&](int p, int unit, int width, double luma_per_sample) {
                 double m = 0, sum = 0;
@@ -340,10 +341,9 @@ TEST(Crop, KeepsLumaExactAndChromaOnItsLuma) {
             TestImage part(ZOCA_CF_RGB, rg.w, rg.h), want(fmt, rg.w, rg.h);
             ASSERT_EQ(vexa_crop(rgb.r(), part.r()), ZOCA_OK);
             ASSERT_EQ(vexa_csc(part.r(), want.r()), ZOCA_OK);
-            const bool even = rg.x % 2 == 0 && rg.y % 2 == 0;
             for (int y = 0; y < (rg.h + 1) / 2; ++y)
                 for (int x = 0; x < (rg.w + 1) / 2; ++x) {
-                    if (even) {
+                    if (rg.x % 2 == 0 && rg.y % 2 == 0) {
                         ASSERT_EQ(dst.U(x, y), src.U(rg.x / 2 + x, rg.y / 2 + y));
                         ASSERT_EQ(dst.V(x, y), src.V(rg.x / 2 + x, rg.y / 2 + y));
                     } else if (2 * x + 1 < rg.w && 2 * y + 1 < rg.h) {
