@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # PSNR of `vexa resize` against the anti-aliased resizes people use: ImageMagick's
 # -resize and vips resize / thumbnail. Photos: public-domain / CC0 ones shipped in
-# Debian's python3-skimage package (astronaut, rocket, hubble_deep_field: NASA; coffee:
-# CC0), taken from the .deb without installing it; plus a generated 600x600 zone plate.
+# Debian's python3-skimage package (astronaut, hubble_deep_field: NASA, public domain;
+# rocket: SpaceX, public domain; coffee: CC0), taken from the .deb without installing
+# it; plus a generated 600x600 zone plate.
 # ImageMagick and vips are installed here only (benchmark tools, never dependencies).
 # Usage: bench/quality.sh [path/to/vexa]
 set -euo pipefail
