@@ -18,8 +18,8 @@
 //
 // Every function is reentrant and keeps no mutable state between calls (its tables are
 // built once, thread-safely, and only read afterwards), except the resampling filters
-// of the last few sizes, kept under a lock and only read while they run. Source and destination must
-// not share memory: there is no in-place operation.
+// of the last few sizes, kept under a lock and only read while they run. Source and
+// destination must not share memory: there is no in-place operation.
 #ifndef ZOCA_ZOCA_H
 #define ZOCA_ZOCA_H
 
