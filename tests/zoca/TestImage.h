@@ -1,5 +1,6 @@
 // Pictures over std::vector planes, with records laid out the way the plugin fills them.
-// Each plane is its own allocation of exactly the bytes its rows span, so a read or
+// Each plane is its own allocation of exactly the bytes its rows span, 64-byte aligned
+// (so that strides decide whether libraries take their aligned paths), and a read or
 // write past the last row lands outside it (AddressSanitizer reports it); the bytes
 // between the end of a row and the stride are filled with a sentinel to check later.
 #ifndef TESTS_ZOCA_TESTIMAGE_H
@@ -8,8 +9,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -115,8 +118,11 @@ class TestImage {
         for (int p = 0; p < planes_; ++p) {
             const size_t size =
                 static_cast<size_t>(rec.stride[p]) * (rec.height[p] - 1) + RowBytes(p);
-            mem_[p].assign(size, kSentinel);
-            rec.addr[p] = reinterpret_cast<uintptr_t>(mem_[p].data());
+            void* mem = nullptr;
+            if (posix_memalign(&mem, 64, size) != 0) std::abort();
+            mem_[p].reset(static_cast<uint8_t*>(mem));
+            std::memset(mem, kSentinel, size);
+            rec.addr[p] = reinterpret_cast<uintptr_t>(mem);
         }
     }
 
@@ -134,9 +140,9 @@ class TestImage {
         return fmt_ == ZOCA_CF_I420 ? (w_ + 1) / 2 : 2 * ((w_ + 1) / 2);
     }
 
-    uint8_t* Row(int p, int y) { return mem_[p].data() + static_cast<size_t>(y) * rec.stride[p]; }
+    uint8_t* Row(int p, int y) { return mem_[p].get() + static_cast<size_t>(y) * rec.stride[p]; }
     const uint8_t* Row(int p, int y) const {
-        return mem_[p].data() + static_cast<size_t>(y) * rec.stride[p];
+        return mem_[p].get() + static_cast<size_t>(y) * rec.stride[p];
     }
 
     // YUV samples; chroma coordinates are in the chroma grid.
@@ -223,7 +229,10 @@ class TestImage {
 
   private:
     int fmt_, w_, h_, planes_ = 0;
-    std::vector<uint8_t> mem_[3];
+    struct Free {
+        void operator()(uint8_t* m) const { std::free(m); }
+    };
+    std::unique_ptr<uint8_t, Free> mem_[3];
 };
 
 // Smooth colour content (gradients plus a gentle wave) that 4:2:0 keeps well.

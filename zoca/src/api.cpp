@@ -136,8 +136,7 @@ int vexa_crop(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst) {
     rc = DestinationFits(dst, s, d, d.w, d.h);
     if (rc != ZOCA_OK) return rc;
     if (d.w > s.w - src->startX || d.h > s.h - src->startY) return ZOCA_ERR_DESTINATION;
-    Crop(s, src->startX, src->startY, d);
-    return ZOCA_OK;
+    return Crop(s, src->startX, src->startY, d);
 }
 
 int vexa_cgc(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst) {

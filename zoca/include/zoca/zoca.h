@@ -17,8 +17,9 @@
 // of a row and the stride, never rows past height[p].
 //
 // Every function is reentrant and keeps no mutable state between calls (its tables are
-// built once, thread-safely, and only read afterwards). Source and destination must
-// not share memory: there is no in-place operation.
+// built once, thread-safely, and only read afterwards), except the resampling filters
+// of the last few sizes, kept under a lock and only read while they run. Source and
+// destination must not share memory: there is no in-place operation.
 #ifndef ZOCA_ZOCA_H
 #define ZOCA_ZOCA_H
 
@@ -70,8 +71,11 @@ ZOCA_STATIC_ASSERT(__builtin_offsetof(_ZOCA_IMGB, reserved1) == 128, "reserved1 
 
 // Colour format codes. Codes above 199 are a single packed plane, 199 and below are YUV.
 // Packed codes name their bytes in memory order. YUV is 8-bit 4:2:0 with chroma sited
-// at the centre of each 2x2 block; an odd width or height gives the last chroma column
-// or row a single luma column or row.
+// at the centre of each 2x2 block (JPEG / MPEG-1 siting, Y4M "C420jpeg"); an odd width
+// or height gives the last chroma column or row a single luma column or row. Every path
+// of the library uses this siting: it is the one for which the fast conversions (chroma
+// repeated over its 2x2 block on decode, the 2x2 average on encode) are unbiased, so
+// conversion, scaling and cropping all agree on where each chroma sample lies.
 enum {
     ZOCA_CF_I420 = 1,    // 8-bit 4:2:0, three planes: Y, Cb, Cr
     ZOCA_CF_NV12 = 6,    // 8-bit 4:2:0, Y then interleaved Cb,Cr
@@ -167,7 +171,7 @@ enum {
 //     other than the one the operation produces (equal size for csc, cgc and
 //     hdr_to_sdr; swapped axes for quarter turns; for crop, a region that would reach
 //     outside the source), or memory shared with the source                -> -3
-//     (also returned if working memory for a two-step operation cannot be had)
+//     (also returned if working memory cannot be had)
 enum {
     ZOCA_OK = 0,
     ZOCA_ERR_INVALID = -1,      // a record is malformed (sizes, strides, addresses)
@@ -175,10 +179,21 @@ enum {
     ZOCA_ERR_DESTINATION = -3,  // the destination cannot be written as it stands
 };
 
-// Scales src to dst's size: area (box) filter when shrinking, bilinear when enlarging
-// along either axis. Different formats: also converts as vexa_csc does (at the smaller
-// of the two sizes). Same format: only the size changes, whatever the colour space codes;
-// same format and size is a plain copy.
+// Scales src to dst's size with a separable filter, each axis on its own:
+//  - Sample centres map to sample centres: destination column j is taken at source
+//    column (j + 0.5) * src_w / dst_w - 0.5, rows likewise, so nothing shifts at any ratio.
+//  - When either axis shrinks: Lanczos, 3 lobes, widened along each shrinking axis by
+//    the ratio, so every ratio is anti-aliased. Otherwise: Catmull-Rom bicubic.
+//  - Samples past an edge mirror the picture back in.
+//  - 4:2:0 chroma is resampled at its own siting (above): the destination chroma plane,
+//    which spans 2 * ((dst_w + 1) / 2) of its luma columns, maps onto that many times
+//    src_w / dst_w source luma columns (rows likewise).
+//  - Every channel of a packed pixel, alpha included, is filtered alike (no premultiply).
+//  - Results round to the nearest code and clamp to 0..255. Working memory is a few rows
+//    per channel (-3 if it cannot be had).
+// Different formats: also converts as vexa_csc does (at the smaller of the two sizes).
+// Same format: only the size changes, whatever the colour space codes; same format and
+// size is a plain copy.
 int vexa_rsz(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst);
 // Converts between any two of the eight formats at equal size (codes: see above).
 // Every YUV <-> RGB sample is within one code of the exact matrix computed in double
@@ -199,10 +214,11 @@ int vexa_rsz_rot(const _ZOCA_IMGB* src, int rotation, _ZOCA_IMGB* dst);
 // Converts (as vexa_csc) and rotates; dst is src's size, swapped for quarter turns.
 int vexa_csc_rot(const _ZOCA_IMGB* src, int rotation, _ZOCA_IMGB* dst);
 // Copies the region of dst's size whose top-left is src's (startX, startY); both
-// records share a format and the region must lie inside the source. 4:2:0 chroma is
-// copied from chroma sample (startX / 2, startY / 2), the one covering the region's
-// first pixel: an odd origin is allowed and shifts chroma siting by half a chroma
-// sample, as any odd crop of 4:2:0 must.
+// records share a format and the region must lie inside the source. Luma and packed
+// pixels are copied. 4:2:0 chroma stays on its luma: at an even origin it is copied
+// from chroma sample (startX / 2, startY / 2); along an axis whose origin is odd it is
+// resampled (Catmull-Rom) at the half-sample position the cropped picture's chroma
+// sits at, so the result matches cropping the full-colour picture.
 int vexa_crop(const _ZOCA_IMGB* src, _ZOCA_IMGB* dst);
 // Converts colours from src's primaries and transfer to dst's (codes above) in linear
 // light: decode the transfer, 3x3 primaries matrix (D65), encode. Equal size; any two of
