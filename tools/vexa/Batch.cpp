@@ -54,6 +54,16 @@ bool samePath(const fs::path& a, const fs::path& b) {
 std::vector<Job> planJobs(const std::vector<std::string>& inputs, const std::string& output,
                           const std::string& operation, const std::string& extension) {
     if (inputs.empty()) throw UsageError("no input given");
+    if (std::find(inputs.begin(), inputs.end(), "-") != inputs.end()) {
+        if (inputs.size() > 1) throw UsageError("standard input ('-') must be the only input");
+        if (output.empty()) throw UsageError("reading standard input needs an output (-o)");
+        const std::string type =
+            output == "-" ? "-." + (extension.empty() ? std::string("y4m") : extension) : output;
+        if (!vexa::io::isSupportedOutput(type)) {
+            throw UsageError("cannot write '" + output + "': unknown file type");
+        }
+        return {{"-", output, type}};
+    }
     bool sawFolder = false;
     const std::vector<std::string> files = expand(inputs, sawFolder);
     std::error_code ec;
@@ -67,9 +77,12 @@ std::vector<Job> planJobs(const std::vector<std::string>& inputs, const std::str
             target =
                 input.stem().string() + "." + operation + outputExtension(files.front(), extension);
         }
-        jobs.push_back({files.front(), target});
+        jobs.push_back({files.front(), target, target});
+        if (target == "-") jobs.back().type = "-." + (extension.empty() ? "y4m" : extension);
     } else {
-        if (output.empty()) throw UsageError("several inputs need an output folder (-o FOLDER)");
+        if (output.empty() || output == "-") {
+            throw UsageError("several inputs need an output folder (-o FOLDER)");
+        }
         fs::create_directories(output, ec);
         if (ec) throw UsageError("cannot create output folder '" + output + "': " + ec.message());
         std::map<std::string, std::string> claimed;
@@ -81,16 +94,16 @@ std::vector<Job> planJobs(const std::vector<std::string>& inputs, const std::str
                 throw UsageError("'" + it->second + "' and '" + file + "' would both write '" +
                                  target.string() + "'");
             }
-            jobs.push_back({file, target.string()});
+            jobs.push_back({file, target.string(), target.string()});
         }
     }
     for (const Job& job : jobs) {
-        if (!vexa::io::isSupportedOutput(job.output)) {
+        if (!vexa::io::isSupportedOutput(job.type)) {
             throw UsageError("cannot write '" + job.output +
                              "': unknown file type (use .png, .jpg, .y4m, .yuv, .nv12, .nv21, "
                              ".rgb, .rgba or .bgra)");
         }
-        if (samePath(job.input, job.output)) {
+        if (job.output != "-" && samePath(job.input, job.output)) {
             throw UsageError("'" + job.output + "' would overwrite its own input");
         }
     }
@@ -120,12 +133,11 @@ Summary runJobs(const std::vector<Job>& jobs, const Parameters& parameters, unsi
     };
 
     auto work = [&]() {
-        Worker worker(parameters);
         for (size_t i = next++; i < jobs.size(); i = next++) {
             std::ostringstream details;
             std::string message;
             try {
-                worker.process(jobs[i].input, jobs[i].output, verbose ? &details : nullptr);
+                runStream(jobs[i], parameters, 1, errors, false, verbose ? &details : nullptr);
             } catch (const std::exception& e) {
                 message = e.what();
                 // Library and usage messages already name the file; others get it here.

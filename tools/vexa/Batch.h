@@ -3,17 +3,13 @@
 #define VEXA_BATCH_H
 
 #include "Parameters.h"
+#include "Stream.h"
 
 #include <ostream>
 #include <string>
 #include <vector>
 
 namespace vexa {
-
-struct Job {
-    std::string input;
-    std::string output;
-};
 
 struct Summary {
     size_t files = 0;
@@ -24,12 +20,13 @@ struct Summary {
 // Pairs each input with its output. Folders among the inputs stand for the picture files in
 // them. One plain input writes `output` (or "<stem>.<operation>.<ext>" when empty); several
 // inputs, or any folder, write into the folder `output` under their own stems. `extension`
-// (without the dot) picks the output type; empty keeps each input's. Throws UsageError.
+// (without the dot) picks the output type; empty keeps each input's, and standard output
+// ("-") takes Y4M. "-" as the input is standard input. Throws UsageError.
 std::vector<Job> planJobs(const std::vector<std::string>& inputs, const std::string& output,
                           const std::string& operation, const std::string& extension);
 
-// Runs every job; a failing file is reported on `errors` and the others go on. With
-// `progress`, a bar on `errors` shows how far it is.
+// Runs every job, each file's frames in order; a failing file is reported on `errors` and the
+// others go on. With `progress`, a bar on `errors` shows how far it is.
 Summary runJobs(const std::vector<Job>& jobs, const Parameters& parameters, unsigned threads,
                 std::ostream& errors, bool progress, std::ostream* verbose);
 

@@ -82,6 +82,26 @@ std::string namesOf(const Named (&table)[N]) {
 
 }  // namespace
 
+std::pair<long long, long long> parseFrameRange(const std::string& text) {
+    const size_t colon = text.find(':');
+    const auto number = [&](const std::string& part, long long empty) {
+        if (part.empty()) return empty;
+        if (part.find_first_not_of("0123456789") != std::string::npos || part.size() > 12) {
+            throw UsageError("bad frame range '" + text + "': expected A:B, A: or :B");
+        }
+        return std::stoll(part);
+    };
+    if (colon == std::string::npos) {
+        throw UsageError("bad frame range '" + text + "': expected A:B, A: or :B");
+    }
+    const long long first = number(text.substr(0, colon), 0);
+    const long long end = number(text.substr(colon + 1), -1);
+    if (end >= 0 && end <= first) {
+        throw UsageError("frame range '" + text + "' is empty (A:B runs from A to B-1)");
+    }
+    return {first, end};
+}
+
 Size parseSize(const std::string& text) {
     const size_t x = lower(text).find('x');
     const auto cols = x == std::string::npos ? std::nullopt : parseInt(text.substr(0, x));

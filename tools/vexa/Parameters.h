@@ -41,11 +41,16 @@ struct Parameters {
     int hdrType = 3;
     std::optional<int> workFormat;  // colour format the operation runs in
     vexa::io::RawOptions raw;
+    long long firstFrame = 0;  // frames firstFrame .. endFrame-1 of a stream are processed
+    long long endFrame = -1;   // -1: to the end
+    bool frameChosen = false;  // --frame or --frames was given
     vexa::io::WriteOptions write;
     bool verbose = false;
 };
 
 Size parseSize(const std::string& text);
+// "A:B" (frames A to B-1), "A:" (A to the end) or ":B"; frames count from 0.
+std::pair<long long, long long> parseFrameRange(const std::string& text);
 int parseColorFormat(const std::string& text);  // the eight formats the library handles
 int parseColorSpace(const std::string& text);
 android::Rect parseRect(const std::string& text);  // "left,top,width,height"

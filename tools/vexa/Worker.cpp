@@ -346,31 +346,19 @@ std::shared_ptr<MediaBuffer> Worker::run(const std::shared_ptr<MediaBuffer>& inp
     return slot->get();
 }
 
-void Worker::process(const std::string& inputPath, const std::string& outputPath,
-                     std::ostream* verbose) {
-    vexa::io::Image image = vexa::io::readImage(inputPath, parameters_.raw);
+vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& outputType,
+                              std::ostream* verbose) {
     const bool hdr = parameters_.operation == Operation::HdrToSdr;
     const int colorSpace = parameters_.inputColorSpace.value_or(
         hdr ? mivo::COLOR_SPACE_BT2020 : defaultColorSpace(image.colorFormat));
-    std::shared_ptr<MediaBuffer> result;
-    try {
-        result = run(toBuffer(image, colorSpace,
-                              hdr ? std::optional<int>(parameters_.hdrType) : std::nullopt),
-                     verbose);
-    } catch (const UsageError& e) {
-        throw UsageError(inputPath + ": " + e.what());
-    } catch (const FileError& e) {
-        throw FileError(inputPath + ": " + e.what());
-    }
+    std::shared_ptr<MediaBuffer> result = run(
+        toBuffer(image, colorSpace, hdr ? std::optional<int>(parameters_.hdrType) : std::nullopt),
+        verbose);
     const int resultFormat = result->getFormat()->getColorFormat();
-    if (!fileHolds(outputPath, resultFormat)) {
-        try {
-            result = convert(result, fileFormatFor(outputPath, resultFormat, image.colorFormat));
-        } catch (const FileError& e) {
-            throw FileError(outputPath + ": " + e.what());
-        }
+    if (!fileHolds(outputType, resultFormat)) {
+        result = convert(result, fileFormatFor(outputType, resultFormat, image.colorFormat));
     }
-    vexa::io::writeImage(outputPath, toImage(*result), parameters_.write);
+    return toImage(*result);
 }
 
 }  // namespace vexa

@@ -45,9 +45,11 @@ class Worker {
     // meets a request it would refuse by ending the process. Throws UsageError.
     void check(const mivo::core::MediaBuffer& input) const;
 
-    // Input file to output file. Throws FileError (or UsageError for an impossible request).
-    void process(const std::string& inputPath, const std::string& outputPath,
-                 std::ostream* verbose = nullptr);
+    // One picture through the operation, in the colour format of the file type that
+    // `outputType` names by its extension. Throws FileError (or UsageError for an impossible
+    // request).
+    vexa::io::Image apply(const vexa::io::Image& image, const std::string& outputType,
+                          std::ostream* verbose = nullptr);
 
     // The operation on buffers, for callers that already hold them.
     std::shared_ptr<mivo::core::MediaBuffer> run(

@@ -12,6 +12,7 @@
 
 #include <iostream>
 #include <thread>
+#include <tuple>
 
 namespace {
 
@@ -24,7 +25,8 @@ struct Arguments {
     std::string extension;
     std::string rawSize;
     std::string rawFormat;
-    int frame = 0;
+    int frame = -1;
+    std::string frames;
     std::string inputSpace;
     std::string workFormat;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
@@ -50,27 +52,36 @@ struct Command {
 
 void addCommonOptions(CLI::App& app, Arguments& a) {
     app.add_option("inputs", a.inputs,
-                   "Input files or folders (.png .jpg .y4m .yuv .nv12 .nv21 "
-                   ".rgb .rgba .bgra)")
+                   "Input files or folders (.png .jpg .y4m .yuv .nv12 .nv21 .rgb .rgba .bgra); "
+                   "'-' reads standard input: Y4M, or raw with --size and --format")
         ->required();
     app.add_option("-o,--output", a.output,
                    "Output file, or output folder for several inputs (default: "
-                   "<stem>.<operation>.<ext> here)");
+                   "<stem>.<operation>.<ext> here); '-' writes standard output (Y4M, or raw "
+                   "with --ext); a PNG or JPEG name with a frame number (out-%04d.png) takes "
+                   "every frame of a clip");
     app.add_option("--ext", a.extension,
-                   "Output file type for folder output (png, jpg, y4m, nv12, ...)");
+                   "Output file type for folder or standard output (png, jpg, y4m, nv12, ...)");
     app.add_option("--size", a.rawSize, "Size of raw input files, WIDTHxHEIGHT");
     app.add_option("--format", a.rawFormat, "Colour format of raw input files");
-    app.add_option("--frame", a.frame, "Frame of a multi-frame raw or Y4M input")
-        ->check(CLI::NonNegativeNumber);
+    auto* frame = app.add_option("--frame", a.frame,
+                                 "Only frame N of a clip (frames count from 0; default: every "
+                                 "frame)")
+                      ->check(CLI::NonNegativeNumber);
+    auto* frames = app.add_option("--frames", a.frames,
+                                  "Frames A to B-1 of a clip (A:B, A: or :B; frames count from 0)");
+    frame->excludes(frames);
+    frames->excludes(frame);
     app.add_option("--color-space", a.inputSpace,
                    "Colour space of the input: " + vexa::colorSpaceNames());
     app.add_option("--work-format", a.workFormat,
                    "Colour format the operation runs in (the input is converted first)");
-    app.add_option("-j,--jobs", a.jobs, "Worker threads for several inputs")
+    app.add_option("-j,--jobs", a.jobs,
+                   "Worker threads: frames of a clip, or files of several inputs")
         ->check(CLI::Range(1u, 256u));
     app.add_option("--quality", a.quality, "JPEG quality of the output")->check(CLI::Range(1, 100));
     app.add_flag("-v,--verbose", a.verbose,
-                 "Print the buffers and the records handed to the library");
+                 "Print the buffers and the records handed to the library, and a summary");
 }
 
 void addOperationOptions(Operation operation, CLI::App& app, Arguments& a) {
@@ -195,7 +206,16 @@ vexa::Parameters toParameters(Operation operation, const Arguments& a) {
         p.raw.height = raw.rows;
     }
     if (!a.rawFormat.empty()) p.raw.colorFormat = vexa::parseColorFormat(a.rawFormat);
-    p.raw.frame = a.frame;
+    if (a.frame >= 0) {
+        p.raw.frame = a.frame;
+        p.firstFrame = a.frame;
+        p.endFrame = a.frame + 1LL;
+        p.frameChosen = true;
+    }
+    if (!a.frames.empty()) {
+        std::tie(p.firstFrame, p.endFrame) = vexa::parseFrameRange(a.frames);
+        p.frameChosen = true;
+    }
     p.write.jpegQuality = a.quality;
     p.verbose = a.verbose;
     return p;
@@ -205,16 +225,35 @@ int runOperation(Operation operation, const Arguments& a) {
     const vexa::Parameters parameters = toParameters(operation, a);
     const std::vector<vexa::Job> jobs =
         vexa::planJobs(a.inputs, a.output, mivo::ext::operationName(operation), a.extension);
-    const bool progress = jobs.size() > 1 && !a.verbose && isatty(STDERR_FILENO);
-    const vexa::Summary summary = vexa::runJobs(jobs, parameters, a.jobs, std::cerr, progress,
-                                                a.verbose ? &std::cout : nullptr);
-    if (jobs.size() == 1 && summary.failed == 0) {
-        std::cout << jobs.front().output << "\n";
-    } else if (jobs.size() > 1) {
-        std::cout << mivo::format("%zu files, %zu failed, %.2f s", summary.files, summary.failed,
-                                  summary.seconds)
-                  << "\n";
+    // With the pictures on standard output, everything else goes to standard error.
+    const bool picturesOnStdout = jobs.size() == 1 && jobs.front().output == "-";
+    std::ostream& messages = picturesOnStdout ? std::cerr : std::cout;
+    std::ostream* verbose = a.verbose ? &messages : nullptr;
+    const bool terminal = !a.verbose && isatty(STDERR_FILENO);
+    if (jobs.size() == 1) {
+        vexa::StreamSummary summary;
+        try {
+            summary =
+                vexa::runStream(jobs.front(), parameters, a.jobs, std::cerr, terminal, verbose);
+        } catch (const std::exception& e) {
+            // As in a batch: the request was sound, this input could not take it.
+            std::cerr << "vexa: error: " << e.what() << "\n";
+            return 1;
+        }
+        if (!picturesOnStdout) std::cout << jobs.front().output << "\n";
+        if (a.verbose) {
+            std::cerr << mivo::format("vexa: %lld frame(s) in %.2f s, %.1f fps", summary.frames,
+                                      summary.seconds,
+                                      summary.seconds > 0 ? summary.frames / summary.seconds : 0.0)
+                      << "\n";
+        }
+        return 0;
     }
+    const vexa::Summary summary =
+        vexa::runJobs(jobs, parameters, a.jobs, std::cerr, terminal, verbose);
+    std::cout << mivo::format("%zu files, %zu failed, %.2f s", summary.files, summary.failed,
+                              summary.seconds)
+              << "\n";
     return summary.failed == 0 ? 0 : 1;
 }
 
@@ -236,6 +275,7 @@ int runInfo(const std::string& path, const Arguments& a) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    vexa::io::removeTemporariesOnSignals();
     CLI::App app{
         "vexa: the mivo image-processing plugin on picture files.\n"
         "Every operation runs through the plugin and the image library; files are "

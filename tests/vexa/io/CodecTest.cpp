@@ -217,27 +217,50 @@ TEST_F(Y4mTest, Accepts420VariantsAndPicksFrames) {
     expectReadFails("a.y4m", {"3 frame(s)"}, {0, 0, 0, 3});
 }
 
-TEST_F(Y4mTest, RejectsWhatItCannotRead) {
+TEST_F(Y4mTest, RejectsWhatItCannotReadSayingWhere) {
     const std::vector<Image> frame{noiseImage(kYuv420, 4, 2)};
-    std::vector<uint8_t> cut = y4m("YUV4MPEG2 W4 H2\n", frame);
+    std::vector<uint8_t> cut = y4m("YUV4MPEG2 W4 H2\n", {frame[0], frame[0]});
     cut.pop_back();
-    const std::pair<std::vector<uint8_t>, const char*> cases[] = {
-        {y4m("YUV4MPEG2 W4 H2 C444\n", frame), "C444"},
-        {y4m("YUV4MPEG2 W4 H2 C420p10\n", frame), "C420p10"},
-        {y4m("YUV4MPEG2 W4 H2 It C420jpeg\n", frame), "interlaced"},
-        {y4m("YUV4MPEG2 H2 C420jpeg\n", frame), "width"},
-        {y4m("YUV4MPEG2 W0 H2\n", frame), "invalid size"},
-        {y4m("YUV4MPEG2 W99999 H2\n", frame), "limit"},
-        {y4m("YUV4MPEG2 W30000 H30000\n", frame), "too short"},
-        {y4m("YUV4MPEG2 Wfour H2\n", frame), "Wfour"},
-        {y4m("YUV4MPEG W4 H2\n", frame), "not a Y4M"},
-        {cut, "truncated"},
-        {y4m("YUV4MPEG2 W4 H2\n", {}), "0 frame(s)"},
+    std::vector<uint8_t> unmarked = y4m("YUV4MPEG2 W4 H2\n", frame);
+    unmarked[20] = 'X';  // FRAME -> FRAMX
+    const std::pair<std::vector<uint8_t>, std::vector<std::string>> cases[] = {
+        {y4m("YUV4MPEG2 W4 H2 C444\n", frame), {"C444", "byte"}},
+        {y4m("YUV4MPEG2 W4 H2 C420p10\n", frame), {"too short"}},
+        {y4m("YUV4MPEG2 W4 H2 Iz C420jpeg\n", frame), {"Iz"}},
+        {y4m("YUV4MPEG2 W4 H2 XCOLORRANGE=HALF\n", frame), {"colour range"}},
+        {y4m("YUV4MPEG2 H2 C420jpeg\n", frame), {"width"}},
+        {y4m("YUV4MPEG2 W0 H2\n", frame), {"invalid size"}},
+        {y4m("YUV4MPEG2 W99999 H2\n", frame), {"limit"}},
+        {y4m("YUV4MPEG2 W30000 H30000\n", frame), {"too short"}},
+        {y4m("YUV4MPEG2 Wfour H2\n", frame), {"Wfour"}},
+        {y4m("YUV4MPEG W4 H2\n", frame), {"not a Y4M"}},
+        {cut, {"frame 1, byte 40", "ends inside the frame"}},
+        {unmarked, {"frame 0, byte 16", "FRAME marker"}},
+        {y4m("YUV4MPEG2 W4 H2\n", {}), {"0 frame(s)"}},
     };
-    for (const auto& [bytes, cause] : cases) {
+    for (const auto& [bytes, causes] : cases) {
         writeBytes(path("a.y4m"), bytes);
-        expectReadFails("a.y4m", {cause});
+        expectReadFails("a.y4m", causes, {0, 0, 0, 1});
     }
+}
+
+TEST_F(Y4mTest, DeepSamplesAreDitheredTo8Bits) {
+    // 8x8 at 10 bits: luma 0, 1023 and 512 in rows of 8 pixels, chroma mid-grey.
+    std::string bytes = "YUV4MPEG2 W8 H8 C420p10\nFRAME\n";
+    for (int i = 0; i < 64 + 32; ++i) {
+        const int v = i < 64 ? (i < 16 ? 0 : i < 32 ? 1023 : 512) : 512;
+        bytes += {char(v & 255), char(v >> 8)};
+    }
+    writeBytes(path("a.y4m"), {bytes.begin(), bytes.end()});
+    const Image image = readImage(path("a.y4m"));
+    ASSERT_EQ(image.data.size(), 96u);
+    double sum = 0;
+    for (int i = 0; i < 16; ++i) {
+        EXPECT_EQ(image.data[i], 0);
+        EXPECT_EQ(image.data[16 + i], 255);
+    }
+    for (int i = 32; i < 64; ++i) sum += image.data[i];
+    EXPECT_NEAR(sum / 32, 512 * 255.0 / 1023, 0.1);  // dithered, not rounded to one level
 }
 
 }  // namespace

@@ -73,10 +73,10 @@ class IoTest : public mivo::test::ScratchDirTest {
     }
 
     // Reading or writing `name` fails with a message naming the file and every one of `parts`.
-    void expectReadFails(const std::string& name, std::initializer_list<std::string> parts,
+    void expectReadFails(const std::string& name, const std::vector<std::string>& parts,
                          const RawOptions& raw = {}) const {
         std::vector<std::string> all{path(name)};
-        all.insert(all.end(), parts);
+        all.insert(all.end(), parts.begin(), parts.end());
         expectIoError([&] { readImage(path(name), raw); }, all);
     }
     void expectWriteFails(const std::string& name, const Image& image,

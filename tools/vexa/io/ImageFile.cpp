@@ -70,16 +70,10 @@ void writeExact(std::FILE* f, const void* src, size_t n) {
 
 using detail::fail;
 using detail::FilePtr;
+using detail::FileType;
+using detail::Kind;
 
 namespace {
-
-enum class Kind { Png, Jpeg, Y4m, Raw };
-
-struct FileType {
-    const char* extension;
-    Kind kind;
-    int colorFormat;
-};
 
 constexpr FileType kFileTypes[] = {
     {".png", Kind::Png, kRgba},   {".jpg", Kind::Jpeg, kRgb},   {".jpeg", Kind::Jpeg, kRgb},
@@ -105,6 +99,10 @@ const FileType* findType(const std::string& path) {
     return nullptr;
 }
 
+}  // namespace
+
+namespace detail {
+
 const FileType& requireType(const std::string& path) {
     const FileType* type = findType(path);
     if (type == nullptr) {
@@ -127,47 +125,12 @@ FilePtr openForRead(const std::string& path) {
     return f;
 }
 
-bool isKnownFormat(int colorFormat) {
-    return imageByteSize(colorFormat, 1, 1) != 0;
-}
+}  // namespace detail
 
-Image readRaw(std::FILE* f, int colorFormat, const RawOptions& raw) {
-    if (raw.width == 0 || raw.height == 0) fail("a raw file needs its width and height given");
-    if (!isKnownFormat(colorFormat)) {
-        fail("unsupported colour format code " + std::to_string(colorFormat));
-    }
-    detail::checkDimensions(raw.width, raw.height, colorFormat);
-    const size_t frameBytes = imageByteSize(colorFormat, raw.width, raw.height);
+namespace {
 
-    struct stat st {};
-    if (::fstat(::fileno(f), &st) != 0 || !S_ISREG(st.st_mode)) {
-        fail("a raw file must be a regular file (its size gives the frame count)");
-    }
-    const auto fileBytes = static_cast<unsigned long long>(st.st_size);
-    const std::string expected = std::to_string(raw.width) + "x" + std::to_string(raw.height) +
-                                 " " + colorFormatName(colorFormat) + " needs " +
-                                 std::to_string(frameBytes) + " bytes per frame";
-    if (fileBytes == 0 || fileBytes % frameBytes != 0) {
-        fail("size mismatch: " + expected + " (or a whole multiple), but the file has " +
-             std::to_string(fileBytes) + " bytes");
-    }
-    const unsigned long long frames = fileBytes / frameBytes;
-    if (raw.frame < 0 || static_cast<unsigned long long>(raw.frame) >= frames) {
-        fail("frame " + std::to_string(raw.frame) + " requested, but the file holds " +
-             std::to_string(frames) + " frame(s)");
-    }
-    if (::fseeko(f, static_cast<off_t>(raw.frame) * static_cast<off_t>(frameBytes), SEEK_SET) !=
-        0) {
-        fail(std::string("seek failed: ") + std::strerror(errno));
-    }
-    Image image;
-    image.width = raw.width;
-    image.height = raw.height;
-    image.colorFormat = colorFormat;
-    image.data.resize(frameBytes);
-    detail::readExact(f, image.data.data(), frameBytes);
-    return image;
-}
+using detail::openForRead;
+using detail::requireType;
 
 void checkWritable(const FileType& type, const Image& image, const WriteOptions& options) {
     detail::checkDimensions(image.width, image.height, image.colorFormat);
@@ -200,59 +163,6 @@ void checkWritable(const FileType& type, const Image& image, const WriteOptions&
                      "; convert it first");
             }
             break;
-    }
-}
-
-// The temporary sits beside the target so that the final rename stays within one file system
-// and is atomic; it is hidden and tagged with pid and a counter so concurrent writers of the
-// same name never share one.
-void writeAtomically(const std::string& path, const std::function<void(std::FILE*)>& body) {
-    namespace fs = std::filesystem;
-    static std::atomic<unsigned> counter{0};
-    const fs::path target(path);
-    const fs::path folder = target.parent_path();
-    const std::string folderName = folder.empty() ? "." : folder.string();
-    // A temporary left by a crashed run of a process with the same pid takes the next number.
-    std::string tmp;
-    int fd = -1;
-    for (int attempt = 0; fd < 0 && attempt < 100; ++attempt) {
-        const std::string tmpName = "." + target.filename().string() + ".tmp-" +
-                                    std::to_string(::getpid()) + "-" + std::to_string(counter++);
-        tmp = (folder / tmpName).string();
-        fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (fd < 0 && errno != EEXIST) break;
-    }
-    if (fd < 0) {
-        const int err = errno;
-        if (err == ENOENT || err == ENOTDIR) fail("folder '" + folderName + "' does not exist");
-        fail("cannot create a file in folder '" + folderName + "': " + std::strerror(err));
-    }
-    std::FILE* f = ::fdopen(fd, "wb");
-    if (f == nullptr) {
-        const int err = errno;
-        ::close(fd);
-        ::unlink(tmp.c_str());
-        fail(std::strerror(err));
-    }
-    try {
-        body(f);
-        if (std::fflush(f) != 0) fail(std::string("write failed: ") + std::strerror(errno));
-        // Without it a crash soon after the rename can leave an empty file under the final name.
-        if (::fsync(::fileno(f)) != 0) fail(std::string("sync failed: ") + std::strerror(errno));
-    } catch (...) {
-        std::fclose(f);
-        ::unlink(tmp.c_str());
-        throw;
-    }
-    if (std::fclose(f) != 0) {
-        const int err = errno;
-        ::unlink(tmp.c_str());
-        fail(std::string("write failed: ") + std::strerror(err));
-    }
-    if (std::rename(tmp.c_str(), path.c_str()) != 0) {
-        const int err = errno;
-        ::unlink(tmp.c_str());
-        fail(std::string("cannot replace the file: ") + std::strerror(err));
     }
 }
 
@@ -325,47 +235,54 @@ bool isSupportedOutput(const std::string& path) {
 Image readImage(const std::string& path, const RawOptions& raw) {
     try {
         const FileType& type = requireType(path);
-        FilePtr f = openForRead(path);
-        switch (type.kind) {
-            case Kind::Png:
-                return detail::readPng(f.get());
-            case Kind::Jpeg:
-                return detail::readJpeg(f.get());
-            case Kind::Y4m:
-                if (raw.frame < 0) fail("frame " + std::to_string(raw.frame) + " requested");
-                return detail::readY4m(f.get(), raw.frame);
-            case Kind::Raw:
-                return readRaw(f.get(), raw.colorFormat != 0 ? raw.colorFormat : type.colorFormat,
-                               raw);
+        if (type.kind == Kind::Png || type.kind == Kind::Jpeg) {
+            FilePtr f = openForRead(path);
+            return type.kind == Kind::Png ? detail::readPng(f.get()) : detail::readJpeg(f.get());
         }
-        fail("unhandled file type");
     } catch (const IoError& e) {
         throw IoError("cannot read '" + path + "': " + e.what());
     } catch (const std::bad_alloc&) {
         throw IoError("cannot read '" + path + "': out of memory");
     }
+    // Streams of frames: the frame is picked by reading up to it.
+    if (raw.frame < 0) {
+        throw IoError("cannot read '" + path + "': frame " + std::to_string(raw.frame) +
+                      " requested");
+    }
+    FrameReader reader(path, raw);
+    Image image;
+    for (int index = 0; index <= raw.frame; ++index) {
+        if (!reader.next(image)) {
+            throw IoError("cannot read '" + path + "': frame " + std::to_string(raw.frame) +
+                          " requested, but the file holds " + std::to_string(index) + " frame(s)");
+        }
+    }
+    return image;
 }
 
 void writeImage(const std::string& path, const Image& image, const WriteOptions& options) {
     try {
         const FileType& type = requireType(path);
         checkWritable(type, image, options);
-        writeAtomically(path, [&](std::FILE* f) {
-            switch (type.kind) {
-                case Kind::Png:
-                    detail::writePng(f, image);
-                    break;
-                case Kind::Jpeg:
-                    detail::writeJpeg(f, image, options.jpegQuality);
-                    break;
-                case Kind::Y4m:
-                    detail::writeY4m(f, image);
-                    break;
-                case Kind::Raw:
-                    detail::writeExact(f, image.data.data(), image.data.size());
-                    break;
-            }
-        });
+        detail::TempFile out(path);
+        std::FILE* f = out.get();
+        switch (type.kind) {
+            case Kind::Png:
+                detail::writePng(f, image);
+                break;
+            case Kind::Jpeg:
+                detail::writeJpeg(f, image, options.jpegQuality);
+                break;
+            case Kind::Y4m:
+                detail::writeY4mHeader(f, image.width, image.height, {});
+                detail::writeExact(f, "FRAME\n", 6);
+                detail::writeExact(f, image.data.data(), image.data.size());
+                break;
+            case Kind::Raw:
+                detail::writeExact(f, image.data.data(), image.data.size());
+                break;
+        }
+        out.commit();
     } catch (const IoError& e) {
         throw IoError("cannot write '" + path + "': " + e.what());
     } catch (const std::bad_alloc&) {

@@ -6,6 +6,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -45,7 +47,7 @@ struct RawOptions {
     int width = 0;
     int height = 0;
     int colorFormat = 0;  // 0: the format the extension implies
-    int frame = 0;        // which frame of a multi-frame raw or Y4M file
+    int frame = 0;        // which frame readImage picks from a multi-frame raw or Y4M file
 };
 
 struct WriteOptions {
@@ -86,6 +88,63 @@ void writeImage(const std::string& path, const Image& image, const WriteOptions&
 
 // "1920x1080 nv12, 3110400 bytes"
 std::string describe(const Image& image);
+
+// What a stream says about its frames beyond their size, passed on to what is written.
+struct StreamTags {
+    std::string rate;        // Y4M "F" value, "30000:1001"
+    std::string aspect;      // Y4M "A" value, "1:1"
+    std::string interlace;   // Y4M "I" value, "p", "t", "b" or "m"
+    std::string colorRange;  // "FULL" or "LIMITED"
+};
+
+// Removes every temporary output file on SIGINT and SIGTERM, then exits with 128 + signal.
+void removeTemporariesOnSignals();
+
+// The frames of a Y4M or raw file, or of standard input ("-": Y4M, or raw when raw.width
+// and raw.colorFormat are given), one at a time, so a clip of any length takes the memory
+// of one frame. PNG and JPEG files read as one frame. Deeper Y4M samples (C420p10, p12,
+// p16) come out as 8 bits through ordered dithering; sourceBits() tells the caller.
+class FrameReader {
+  public:
+    FrameReader(const std::string& path, const RawOptions& raw);
+    // A Y4M stream the caller owns and closes; `name` is used in messages.
+    FrameReader(std::FILE* y4m, const std::string& name);
+    ~FrameReader();
+    // The next frame; false at the end of the stream. Throws IoError naming the file, the
+    // frame and the byte offset where the stream breaks.
+    bool next(Image& frame);
+    // Passes over the next frame without keeping it; false at the end.
+    bool skip();
+    const StreamTags& tags() const;
+    int sourceBits() const;
+    // Frames in the whole file, when its size tells; -1 for pipes and PNG or JPEG.
+    long long frameCountHint() const;
+
+  private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+// True when `path` holds a printf-style frame number ("out-%04d.png").
+bool isFramePattern(const std::string& path);
+
+// Frames to a Y4M or raw file, to standard output ("-"), or to numbered PNG or JPEG files
+// when `path` is a frame pattern. `type` names the file type by its extension (the path
+// itself, except for standard output). A file is written whole on finish() or not at all;
+// standard output gets every frame as it comes. A plain PNG or JPEG name takes exactly one
+// frame. Throws IoError.
+class FrameWriter {
+  public:
+    FrameWriter(const std::string& path, const std::string& type, const StreamTags& tags,
+                const WriteOptions& options);
+    ~FrameWriter();
+    void write(const Image& frame, long long index);
+    void finish();
+
+  private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
 
 }  // namespace vexa::io
 

@@ -36,8 +36,40 @@ void writePng(std::FILE* f, const Image& image);
 Image readJpeg(std::FILE* f);
 void writeJpeg(std::FILE* f, const Image& image, int quality);
 
-Image readY4m(std::FILE* f, int frame);
-void writeY4m(std::FILE* f, const Image& image);
+enum class Kind { Png, Jpeg, Y4m, Raw };
+
+struct FileType {
+    const char* extension;
+    Kind kind;
+    int colorFormat;
+};
+
+// By extension, case-insensitive; throws for an unknown type.
+const FileType& requireType(const std::string& path);
+FilePtr openForRead(const std::string& path);
+
+// The header line of a Y4M stream of width x height 8-bit 4:2:0 frames; `tags` carries the
+// frame rate, aspect, interlacing and colour range of the input ("F25:1", "XCOLORRANGE=FULL").
+void writeY4mHeader(std::FILE* f, int width, int height, const StreamTags& tags);
+
+// A file written beside its target under a hidden temporary name and renamed over it by
+// commit(), so the target appears whole or not at all. Until then the temporary is removed
+// by the destructor, and by SIGINT or SIGTERM once removeTemporariesOnSignals() ran.
+class TempFile {
+  public:
+    explicit TempFile(const std::string& target);
+    ~TempFile();
+    TempFile(const TempFile&) = delete;
+    TempFile& operator=(const TempFile&) = delete;
+    std::FILE* get() const { return file_; }
+    void commit();
+
+  private:
+    std::string target_;
+    std::string path_;
+    std::FILE* file_ = nullptr;
+    int slot_ = -1;
+};
 
 }  // namespace vexa::io::detail
 
