@@ -84,10 +84,12 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
         Worker worker(parameters);
         std::unique_lock<std::mutex> guard(lock);
         for (;;) {
-            changed.wait(guard, [&] { return !pending.empty() || inputDone || failure; });
-            if (failure || pending.empty()) return;
+            changed.wait(guard, [&] { return !pending.empty() || inputDone; });
+            if (pending.empty()) return;
             auto [index, frame] = std::move(pending.front());
             pending.pop_front();
+            // Frames before a failure are still written; those after it are not needed.
+            if (failure && index >= failedAt) continue;
             guard.unlock();
             vexa::io::Image result;
             std::exception_ptr error;
@@ -195,13 +197,13 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
         }
     }
     const long long frames = nextWrite - parameters.firstFrame;
-    if (frames == 0) throw vexa::io::IoError("cannot read '" + inputName + "': it holds no frames");
     if (parameters.endFrame >= 0 && nextRead < parameters.endFrame) {
         throw vexa::io::IoError(
             "cannot read '" + inputName + "': frames " + std::to_string(parameters.firstFrame) +
             " to " + std::to_string(parameters.endFrame - 1) + " requested, but the file holds " +
             std::to_string(nextRead) + " frame(s)");
     }
+    if (frames == 0) throw vexa::io::IoError("cannot read '" + inputName + "': it holds no frames");
     writer.finish();
     StreamSummary summary;
     summary.frames = frames;

@@ -1,4 +1,4 @@
-// Folders of pictures in parallel, and the info command.
+// Clips frame by frame, folders of pictures in parallel, and the info command.
 #include "CliSupport.h"
 
 namespace vexa::cli::test {
@@ -78,6 +78,121 @@ TEST_F(BatchTest, RefusedBeforeAnythingRuns) {
         expectMentions(run.err, parts);
         EXPECT_FALSE(fs::exists(path("out")) && !fs::is_empty(path("out")));
     }
+}
+
+// Clips of 32x16 frames whose luma is all 10 * i + 16 in frame i, so any frame is known by value.
+class StreamTest : public CliTest {
+  protected:
+    static std::string clip(int frames, const std::string& tags = "F25:1 Ip A1:1 C420") {
+        std::string bytes = "YUV4MPEG2 W32 H16 " + tags + "\n";
+        for (int i = 0; i < frames; ++i) {
+            bytes += "FRAME\n" + std::string(512, char(10 * i + 16)) + std::string(256, char(128));
+        }
+        return bytes;
+    }
+    // The first luma sample of each frame of a Y4M file; the header through `header`.
+    std::vector<int> frames(const std::string& name, std::string* header = nullptr) const {
+        const std::string bytes = slurp(path(name));
+        if (header) *header = bytes.substr(0, bytes.find('\n'));
+        vexa::io::FrameReader reader(path(name), {});
+        std::vector<int> firsts;
+        for (Image frame; reader.next(frame);) firsts.push_back(frame.data[0]);
+        return firsts;
+    }
+    // A shell line in work/; returns its exit status and keeps stderr in run.err.
+    Outcome sh(const std::string& line) const {
+        const std::string command = "cd " + quote(path("")) + " && V=" + quote(VEXA_BINARY) +
+                                    " && { " + line + "; } 2>" + quote((root_ / "e").string());
+        const int status = std::system(("bash -c " + quote(command)).c_str());
+        return {WEXITSTATUS(status), "", slurp(root_ / "e")};
+    }
+    static std::vector<int> values(int from, int to) {
+        std::vector<int> v;
+        for (int i = from; i < to; ++i) v.push_back(10 * i + 16);
+        return v;
+    }
+};
+
+TEST_F(StreamTest, EveryFrameInOrderWithItsTags) {
+    writeBytes(path("clip.y4m"), clip(12, "F30000:1001 It A4:3 C420mpeg2 XCOLORRANGE=FULL"));
+    const Outcome run = ok({"resize", "clip.y4m", "--to", "16x8", "-j", "3", "-o", "out.y4m"});
+    EXPECT_EQ(run.err, "");  // no progress where standard error is not a terminal
+    std::string header;
+    EXPECT_EQ(frames("out.y4m", &header), values(0, 12));
+    EXPECT_EQ(header, "YUV4MPEG2 W16 H8 F30000:1001 It A4:3 C420jpeg XCOLORRANGE=FULL");
+    expectMentions(ok({"rotate", "clip.y4m", "--angle", "90", "-v", "-o", "r.y4m"}).err,
+                   {"12 frame(s) in"});
+}
+
+TEST_F(StreamTest, FrameRangesCountFromZero) {
+    writeBytes(path("clip.y4m"), clip(12));
+    const std::vector<std::pair<Names, std::vector<int>>> cases{
+        {{"--frames", "3:5"}, values(3, 5)},   {{"--frame", "7"}, values(7, 8)},
+        {{"--frames", "10:"}, values(10, 12)}, {{"--frames", ":2"}, values(0, 2)},
+        {{"--frames", "10:13"}, {}},           {{"--frame", "12"}, {}}};
+    for (const auto& [range, expected] : cases) {
+        Names args{"rotate", "clip.y4m", "--angle", "180", "-o", "out.y4m"};
+        args.insert(args.end(), range.begin(), range.end());
+        const Outcome run = vexa(args);
+        EXPECT_EQ(run.code, expected.empty() ? 1 : 0) << run.dump();
+        if (expected.empty()) expectMentions(run.err, {"12 frame(s)"});
+        EXPECT_EQ(expected.empty() ? std::vector<int>{} : frames("out.y4m"), expected);
+        fs::remove(path("out.y4m"));
+    }
+}
+
+TEST_F(StreamTest, PipesOfY4mAndRawAndDeepSamples) {
+    writeBytes(path("clip.y4m"), clip(5));
+    Outcome run =
+        sh("cat clip.y4m | $V resize - --to 16x8 -o - | $V rotate - --angle 90 -o - "
+           "--ext nv12 | $V convert - --size 8x16 --format nv12 --to-format yuv420 "
+           "-o - >out.y4m");
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_EQ(frames("out.y4m"), values(0, 5));
+    std::string deep = "YUV4MPEG2 W2 H2 C420p10\nFRAME\n";
+    for (int i = 0; i < 6; ++i) deep += std::string{char(0xff), char(0x03)};
+    writeBytes(path("deep.y4m"), deep);
+    run = sh("$V rotate - --angle 90 -o out.y4m <deep.y4m");
+    EXPECT_EQ(run.code, 0) << run.err;
+    expectMentions(run.err, {"10-bit", "ordered dithering"});
+    EXPECT_EQ(frames("out.y4m"), std::vector<int>{255});
+}
+
+TEST_F(StreamTest, PictureOutputsNumberTheFramesOrRefuse) {
+    writeBytes(path("clip.y4m"), clip(3));
+    ok({"convert", "clip.y4m", "--to-format", "rgb", "-o", "f-%02d.png"});
+    ok({"convert", "clip.y4m", "--to-format", "rgb", "--frame", "1", "-o", "one.jpg"});
+    const Outcome run = vexa({"convert", "clip.y4m", "--to-format", "rgb", "-o", "f.png"});
+    EXPECT_EQ(run.code, 1);
+    expectMentions(run.err, {"f.png", "several frames", "%04d"});
+    EXPECT_EQ(entries(), (Names{"clip.y4m", "f-00.png", "f-01.png", "f-02.png", "one.jpg"}));
+}
+
+TEST_F(StreamTest, BrokenStreamsSayWhereAndLeaveNoPartialFile) {
+    std::string cut = clip(4);
+    cut.resize(cut.size() - 100);  // frame 3 ends early
+    std::string unmarked = clip(4);
+    unmarked[unmarked.find("FRAME", 100)] = 'X';  // frame 1's marker
+    writeBytes(path("cut.y4m"), cut);
+    writeBytes(path("unmarked.y4m"), unmarked);
+    writeBytes(path("odd.nv12"), std::string(768 * 2 + 5, 'x'));
+    const std::vector<std::pair<Names, Names>> cases{
+        {{"cut.y4m"}, {"cut.y4m", "frame 3, byte 2365", "ends inside the frame"}},
+        {{"unmarked.y4m"}, {"unmarked.y4m", "frame 1, byte 811", "FRAME marker"}},
+        {{"odd.nv12", "--size", "32x16"}, {"odd.nv12", "768 bytes per frame", "1541 bytes"}}};
+    for (const auto& [input, parts] : cases) {
+        Names args{"rotate", "--angle", "180", "-o", "out.y4m"};
+        args.insert(args.begin() + 1, input.begin(), input.end());
+        const Outcome run = vexa(args);
+        EXPECT_EQ(run.code, 1);
+        expectMentions(run.err, parts);
+    }
+    EXPECT_EQ(entries(), (Names{"cut.y4m", "odd.nv12", "unmarked.y4m"}));
+    // Standard output gets the whole frames before the break.
+    EXPECT_EQ(sh("$V rotate - --angle 180 -o - <cut.y4m >out.y4m").code, 1);
+    const std::string out = slurp(path("out.y4m"));
+    EXPECT_EQ(countOf(out, "FRAME\n"), 3u);
+    EXPECT_EQ(out.size(), out.find('\n') + 1 + 3 * (6 + 768));
 }
 
 using InfoTest = CliTest;
