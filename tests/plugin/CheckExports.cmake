@@ -1,14 +1,8 @@
 # Checks that the plugin library exports, as defined code, the class entry points the
 # framework links against, with their exact parameter types.
 # Usage: cmake -DLIBRARY=<path> -DNM=<nm> -P CheckExports.cmake
-if(NOT EXISTS "${LIBRARY}")
-  message(FATAL_ERROR "plugin library not built: ${LIBRARY}")
-endif()
-execute_process(COMMAND ${NM} -DC --defined-only "${LIBRARY}"
-  OUTPUT_VARIABLE symbols RESULT_VARIABLE status)
-if(NOT status EQUAL 0)
-  message(FATAL_ERROR "${NM} failed on ${LIBRARY}")
-endif()
+include(${CMAKE_CURRENT_LIST_DIR}/NmSymbols.cmake)
+read_dynamic_symbols(--defined-only symbols)
 
 set(class "mivo::ext::detail::VexaPluginBase")
 set(buffers "mivo::core::MediaBuffer const&, mivo::core::MediaBuffer&")

@@ -3,14 +3,8 @@
 # plugin does not load.
 # Usage: cmake -DLIBRARY=<path> -DNM=<nm> -P CheckImports.cmake
 cmake_policy(VERSION 3.25)
-if(NOT EXISTS "${LIBRARY}")
-  message(FATAL_ERROR "plugin library not built: ${LIBRARY}")
-endif()
-execute_process(COMMAND ${NM} -DC --undefined-only "${LIBRARY}"
-  OUTPUT_VARIABLE symbols RESULT_VARIABLE status)
-if(NOT status EQUAL 0)
-  message(FATAL_ERROR "${NM} failed on ${LIBRARY}")
-endif()
+include(${CMAKE_CURRENT_LIST_DIR}/NmSymbols.cmake)
+read_dynamic_symbols(--undefined-only symbols)
 
 set(base "mivo::core::detail::MediaBufferBase")
 # Each of these must be imported, not compiled in.
