@@ -17,7 +17,37 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::vector<std::string> expand(const std::vector<std::string>& inputs, bool& sawFolder) {
+std::string outputExtension(const std::string& input, const std::string& extension,
+                            std::optional<int> toFormat) {
+    if (!extension.empty()) return "." + extension;
+    const std::string own = fs::path(input).extension().string();
+    if (!toFormat) return own;
+    const int holds = vexa::io::preferredColorFormatForExtension(own);
+    if (holds == *toFormat || (holds == vexa::io::kRgba && *toFormat == vexa::io::kRgb)) {
+        return own;
+    }
+    switch (*toFormat) {
+        case vexa::io::kNv12:
+            return ".nv12";
+        case vexa::io::kNv21:
+            return ".nv21";
+        case vexa::io::kYuv420:
+            return ".yuv";
+        case vexa::io::kBgra:
+            return ".bgra";
+        default:
+            return ".png";  // holds rgb and rgba; bgr and argb come back as rgb or rgba
+    }
+}
+
+bool samePath(const fs::path& a, const fs::path& b) {
+    std::error_code ec;
+    return fs::weakly_canonical(a, ec) == fs::weakly_canonical(b, ec);
+}
+
+}  // namespace
+
+std::vector<std::string> expandInputs(const std::vector<std::string>& inputs, bool& sawFolder) {
     std::vector<std::string> files;
     for (const std::string& input : inputs) {
         std::error_code ec;
@@ -40,19 +70,9 @@ std::vector<std::string> expand(const std::vector<std::string>& inputs, bool& sa
     return files;
 }
 
-std::string outputExtension(const std::string& input, const std::string& extension) {
-    return extension.empty() ? fs::path(input).extension().string() : "." + extension;
-}
-
-bool samePath(const fs::path& a, const fs::path& b) {
-    std::error_code ec;
-    return fs::weakly_canonical(a, ec) == fs::weakly_canonical(b, ec);
-}
-
-}  // namespace
-
 std::vector<Job> planJobs(const std::vector<std::string>& inputs, const std::string& output,
-                          const std::string& operation, const std::string& extension) {
+                          const std::string& operation, const std::string& extension,
+                          std::optional<int> toFormat) {
     if (inputs.empty()) throw UsageError("no input given");
     if (std::find(inputs.begin(), inputs.end(), "-") != inputs.end()) {
         if (inputs.size() > 1) throw UsageError("standard input ('-') must be the only input");
@@ -65,7 +85,7 @@ std::vector<Job> planJobs(const std::vector<std::string>& inputs, const std::str
         return {{"-", output, type}};
     }
     bool sawFolder = false;
-    const std::vector<std::string> files = expand(inputs, sawFolder);
+    const std::vector<std::string> files = expandInputs(inputs, sawFolder);
     std::error_code ec;
     const bool intoFolder = files.size() > 1 || sawFolder || fs::is_directory(output, ec) ||
                             (!output.empty() && output.back() == '/');
@@ -74,8 +94,8 @@ std::vector<Job> planJobs(const std::vector<std::string>& inputs, const std::str
         const fs::path input(files.front());
         std::string target = output;
         if (target.empty()) {
-            target =
-                input.stem().string() + "." + operation + outputExtension(files.front(), extension);
+            target = input.stem().string() + "." + operation +
+                     outputExtension(files.front(), extension, toFormat);
         }
         jobs.push_back({files.front(), target, target});
         if (target == "-") jobs.back().type = "-." + (extension.empty() ? "y4m" : extension);
@@ -83,12 +103,19 @@ std::vector<Job> planJobs(const std::vector<std::string>& inputs, const std::str
         if (output.empty() || output == "-") {
             throw UsageError("several inputs need an output folder (-o FOLDER)");
         }
+        // A picture name would otherwise become a folder of that name.
+        if (!fs::is_directory(output, ec) && output.back() != '/' &&
+            vexa::io::isSupportedOutput(output)) {
+            throw UsageError("'" + output +
+                             "' names one picture file, but the inputs are several pictures; "
+                             "give an output folder (-o FOLDER)");
+        }
         fs::create_directories(output, ec);
         if (ec) throw UsageError("cannot create output folder '" + output + "': " + ec.message());
         std::map<std::string, std::string> claimed;
         for (const std::string& file : files) {
             const fs::path target = fs::path(output) / (fs::path(file).stem().string() +
-                                                        outputExtension(file, extension));
+                                                        outputExtension(file, extension, toFormat));
             auto [it, fresh] = claimed.emplace(target.string(), file);
             if (!fresh) {
                 throw UsageError("'" + it->second + "' and '" + file + "' would both write '" +
@@ -117,25 +144,49 @@ Summary runJobs(const std::vector<Job>& jobs, const Parameters& parameters, unsi
     std::atomic<size_t> failed{0};
     std::mutex outputLock;
     size_t done = 0;
+    std::string current;
 
-    auto report = [&](const std::string& message, const std::string& details) {
+    // Files done, the file last started and the time left, on one line redrawn in place.
+    auto showProgress = [&]() {
+        constexpr size_t kWidth = 30;
+        const size_t filled = jobs.empty() ? kWidth : done * kWidth / jobs.size();
+        errors << "\r\033[K[" << std::string(filled, '#') << std::string(kWidth - filled, '.')
+               << "] " << done << "/" << jobs.size();
+        if (done > 0 && done < jobs.size()) {
+            const double elapsed =
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            errors << ", " << static_cast<long long>(elapsed / done * (jobs.size() - done) + 0.5)
+                   << " s left";
+        }
+        if (!current.empty()) errors << ", " << current;
+        errors << std::flush;
+    };
+
+    auto begin = [&](const Job& job) {
+        if (!progress) return;
+        std::lock_guard<std::mutex> guard(outputLock);
+        current = job.input;
+        showProgress();
+    };
+
+    auto report = [&](const Job& job, const std::string& message, const std::string& details) {
         std::lock_guard<std::mutex> guard(outputLock);
         if (progress) errors << "\r\033[K";
-        if (!details.empty() && verbose) *verbose << details;
+        if (verbose) {
+            *verbose << details;
+            if (message.empty()) *verbose << "done: " << job.input << " -> " << job.output << "\n";
+            verbose->flush();
+        }
         if (!message.empty()) errors << "vexa: error: " << message << "\n";
         ++done;
-        if (progress) {
-            constexpr size_t kWidth = 30;
-            const size_t filled = jobs.empty() ? kWidth : done * kWidth / jobs.size();
-            errors << "[" << std::string(filled, '#') << std::string(kWidth - filled, '.') << "] "
-                   << done << "/" << jobs.size() << std::flush;
-        }
+        if (progress) showProgress();
     };
 
     auto work = [&]() {
         for (size_t i = next++; i < jobs.size(); i = next++) {
             std::ostringstream details;
             std::string message;
+            begin(jobs[i]);
             try {
                 runStream(jobs[i], parameters, 1, errors, false, verbose ? &details : nullptr);
             } catch (const std::exception& e) {
@@ -147,7 +198,7 @@ Summary runJobs(const std::vector<Job>& jobs, const Parameters& parameters, unsi
                 }
                 ++failed;
             }
-            report(message, details.str());
+            report(jobs[i], message, details.str());
         }
     };
 

@@ -5,6 +5,7 @@
 #include "Parameters.h"
 #include "Stream.h"
 
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -17,13 +18,19 @@ struct Summary {
     double seconds = 0.0;
 };
 
+// The inputs with each folder among them replaced by the picture files in it, sorted.
+// Throws UsageError for a folder that cannot be listed or holds no pictures.
+std::vector<std::string> expandInputs(const std::vector<std::string>& inputs, bool& sawFolder);
+
 // Pairs each input with its output. Folders among the inputs stand for the picture files in
 // them. One plain input writes `output` (or "<stem>.<operation>.<ext>" when empty); several
 // inputs, or any folder, write into the folder `output` under their own stems. `extension`
-// (without the dot) picks the output type; empty keeps each input's, and standard output
-// ("-") takes Y4M. "-" as the input is standard input. Throws UsageError.
+// (without the dot) picks the output type; empty keeps each input's, or takes the type that
+// holds `toFormat` when the input's cannot, and standard output ("-") takes Y4M. "-" as the
+// input is standard input. Throws UsageError.
 std::vector<Job> planJobs(const std::vector<std::string>& inputs, const std::string& output,
-                          const std::string& operation, const std::string& extension);
+                          const std::string& operation, const std::string& extension,
+                          std::optional<int> toFormat = std::nullopt);
 
 // Runs every job, each file's frames in order; a failing file is reported on `errors` and the
 // others go on. With `progress`, a bar on `errors` shows how far it is.

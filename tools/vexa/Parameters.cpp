@@ -1,11 +1,13 @@
 #include "Parameters.h"
 
+#include "mivo/Def.h"
 #include "mivo/core/types/ColorFormat.h"
 #include "mivo/core/types/MediaFormat.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <vector>
 
@@ -114,6 +116,115 @@ Size parseSize(const std::string& text) {
     return {*cols, *rows};
 }
 
+Geometry parseGeometry(const std::string& text) {
+    const auto bad = [&](const std::string& why) {
+        return UsageError("size '" + text + "' " + why);
+    };
+    Geometry g;
+    g.text = text;
+    std::string body;
+    for (const char c : text) {
+        bool* flag = c == '!'   ? &g.exact
+                     : c == '^' ? &g.fill
+                     : c == '>' ? &g.shrinkOnly
+                     : c == '<' ? &g.enlargeOnly
+                     : c == '%' ? &g.percent
+                                : nullptr;
+        if (flag) {
+            *flag = true;
+        } else {
+            body += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        }
+    }
+    const size_t x = body.find('x');
+    const auto number = [&](const std::string& part) {
+        if (part.empty()) return 0.0;
+        const bool plain = part.find_first_not_of("0123456789") == std::string::npos;
+        const bool decimal = g.percent &&
+                             part.find_first_not_of("0123456789.") == std::string::npos &&
+                             std::count(part.begin(), part.end(), '.') == 1 && part != ".";
+        if ((!plain && !decimal) || part.size() > 9) {
+            throw bad(
+                "is not a size: use WIDTHxHEIGHT (fit inside), WIDTHxHEIGHT! (exact), "
+                "WIDTHxHEIGHT^ (fill), WIDTH, xHEIGHT or N%");
+        }
+        const double value = std::strtod(part.c_str(), nullptr);
+        if (value <= 0.0) throw bad("has a side of 0: sides are at least 1 pixel (or above 0%)");
+        return value;
+    };
+    g.width = number(body.substr(0, x));
+    if (x != std::string::npos) {
+        if (body.find('x', x + 1) != std::string::npos) throw bad("has more than two sides");
+        g.height = number(body.substr(x + 1));
+    }
+    if (g.width == 0.0 && g.height == 0.0) throw bad("gives no side");
+    if (g.exact && g.fill) throw bad("cannot be both exact (!) and filling (^)");
+    if (g.shrinkOnly && g.enlargeOnly)
+        throw bad("cannot both only shrink (>) and only enlarge (<)");
+    return g;
+}
+
+Size resolve(const Geometry& g, int cols, int rows) {
+    // Scaled sides are rounded to the nearest pixel, at least 1; huge ones are left for the
+    // size checks to refuse in words.
+    const auto side = [](double value) {
+        return static_cast<int>(std::clamp(std::floor(value + 0.5), 1.0, 1e9));
+    };
+    const double w = g.width;
+    const double h = g.height;
+    Size size;
+    if (g.percent) {
+        size = {side(cols * (w > 0 ? w : h) / 100.0), side(rows * (h > 0 ? h : w) / 100.0)};
+    } else if (w > 0 && h > 0 && g.exact) {
+        size = {side(w), side(h)};
+    } else if (w > 0 && h > 0) {
+        const double scale = g.fill ? std::max(w / cols, h / rows) : std::min(w / cols, h / rows);
+        size = {side(scale * cols), side(scale * rows)};
+    } else if (w > 0) {
+        size = {side(w), side(w / cols * rows)};
+    } else {
+        size = {side(h / rows * cols), side(h)};
+    }
+    // '>' acts on pictures larger than the box in some side, '<' on those smaller in both.
+    const bool larger = (w > 0 && cols > w) || (h > 0 && rows > h);
+    const bool smaller = (w <= 0 || cols < w) && (h <= 0 || rows < h);
+    if (g.percent) {
+        const bool grows = size.cols > cols || size.rows > rows;
+        if ((g.shrinkOnly && grows) || (g.enlargeOnly && !grows)) return {cols, rows};
+    } else if ((g.shrinkOnly && !larger) || (g.enlargeOnly && !smaller)) {
+        return {cols, rows};
+    }
+    return size;
+}
+
+std::string closestName(const std::string& word, const std::vector<std::string>& names) {
+    const std::string key = lower(word);
+    std::string best;
+    size_t bestDistance = std::string::npos;
+    for (const std::string& name : names) {
+        const std::string other = lower(name);
+        // Levenshtein distance, one row at a time.
+        std::vector<size_t> row(other.size() + 1);
+        for (size_t j = 0; j < row.size(); ++j) row[j] = j;
+        for (size_t i = 1; i <= key.size(); ++i) {
+            size_t diagonal = row[0];
+            row[0] = i;
+            for (size_t j = 1; j <= other.size(); ++j) {
+                const size_t above = row[j];
+                row[j] = std::min(
+                    {row[j] + 1, row[j - 1] + 1, diagonal + (key[i - 1] == other[j - 1] ? 0 : 1)});
+                diagonal = above;
+            }
+        }
+        if (row.back() < bestDistance) {
+            bestDistance = row.back();
+            best = name;
+        }
+    }
+    // Beyond a third of the word, a suggestion is more confusing than helpful.
+    return bestDistance <= std::max<size_t>(1, key.size() / 3) ? best : std::string();
+}
+
 int parseColorFormat(const std::string& text) {
     return lookup(kColorFormats, text, "colour format");
 }
@@ -168,6 +279,76 @@ int parseAngle(const std::string& text) {
         throw UsageError("angle '" + text + "' must be 0, 90, 180 or 270");
     }
     return *angle;
+}
+
+std::string colorSpaceWords(int colorSpace) {
+    switch (colorSpace) {
+        case mivo::COLOR_SPACE_BT601:
+            return "BT.601, limited range";
+        case mivo::COLOR_SPACE_BT709:
+            return "BT.709, limited range";
+        case mivo::COLOR_SPACE_BT2020:
+            return "BT.2020, limited range";
+        case mivo::COLOR_SPACE_DISPLAY_P3:
+            return "Display P3";
+        case mivo::COLOR_SPACE_SRGB:
+            return "sRGB";
+        case mivo::COLOR_SPACE_BT2100:
+            return "BT.2100";
+        case mivo::COLOR_SPACE_BT601_FULL:
+            return "BT.601, full range";
+        case mivo::COLOR_SPACE_BT709_FULL:
+            return "BT.709, full range";
+        case mivo::COLOR_SPACE_BT2020_FULL:
+            return "BT.2020, full range";
+    }
+    return "colour space " + std::to_string(colorSpace);
+}
+
+std::string colorSpaceName(int colorSpace) {
+    for (const Named& entry : kColorSpaces) {
+        if (entry.value == colorSpace) return entry.name;
+    }
+    return std::to_string(colorSpace);
+}
+
+std::string colorFormatWords(int colorFormat, int bits) {
+    const char* words = "";
+    switch (colorFormat) {
+        case mivo::COLOR_FORMAT_NV12:
+            words = "YUV 4:2:0, Y plane and interleaved CbCr";
+            break;
+        case mivo::COLOR_FORMAT_NV21:
+            words = "YUV 4:2:0, Y plane and interleaved CrCb";
+            break;
+        case mivo::COLOR_FORMAT_YUV420:
+            words = "YUV 4:2:0, three planes";
+            break;
+        case mivo::COLOR_FORMAT_RGB:
+        case mivo::COLOR_FORMAT_BGR:
+            words = "RGB";
+            break;
+        default:
+            words = "RGB with alpha";
+            break;
+    }
+    // Deeper samples are read as 8 bits.
+    const std::string depth =
+        bits > 8 ? std::to_string(bits) + "-bit read as 8-bit" : std::string("8-bit");
+    return std::string(vexa::io::colorFormatName(colorFormat)) + " (" + depth + " " + words + ")";
+}
+
+std::string frameRateWords(const std::string& rate) {
+    const size_t colon = rate.find(':');
+    const double num = std::strtod(rate.c_str(), nullptr);
+    const double den =
+        colon == std::string::npos ? 1.0 : std::strtod(rate.c_str() + colon + 1, nullptr);
+    if (num <= 0 || den <= 0) return rate + " fps";
+    const double fps = num / den;
+    std::string words = mivo::format("%.2f", fps);
+    words.erase(words.find_last_not_of('0') + 1);
+    if (words.back() == '.') words.pop_back();
+    return words + " fps";
 }
 
 std::string colorFormatNames() {

@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace vexa {
 
@@ -25,9 +26,28 @@ struct Size {
     int rows = 0;
 };
 
+// A target size as ImageMagick writes it: WxH fits inside the box keeping the aspect ratio,
+// WxH! is exact, W, Wx and xH give one side, N% (or W%xH%) scales, WxH^ fills the box,
+// WxH> only shrinks and WxH< only enlarges.
+struct Geometry {
+    std::string text;     // as typed, for messages
+    double width = 0.0;   // 0: not given
+    double height = 0.0;  // 0: not given
+    bool percent = false;
+    bool exact = false;        // '!'
+    bool fill = false;         // '^'
+    bool shrinkOnly = false;   // '>'
+    bool enlargeOnly = false;  // '<'
+};
+
+Geometry parseGeometry(const std::string& text);
+// The size `geometry` makes of a cols x rows picture, rounded to the nearest pixel and at
+// least 1 per side, as ImageMagick does.
+Size resolve(const Geometry& geometry, int cols, int rows);
+
 struct Parameters {
     mivo::ext::Operation operation = mivo::ext::Operation::Rsz;
-    std::optional<Size> size;           // target size (before rotation)
+    std::optional<Geometry> size;       // target size (before rotation)
     int factor = 0;                     // downscale factor
     std::optional<int> colorFormat;     // target colour format
     int angle = 0;                      // degrees
@@ -57,6 +77,16 @@ android::Rect parseRect(const std::string& text);  // "left,top,width,height"
 int parseFlipType(const std::string& text);
 int parseHdrType(const std::string& text);
 int parseAngle(const std::string& text);
+
+// The name in `names` nearest to `word` by edit distance, or "" when none is close.
+std::string closestName(const std::string& word, const std::vector<std::string>& names);
+
+// Values in words for people: "BT.709, limited range", "YUV 4:2:0 in two planes (nv12)",
+// "25 fps"; and the parsers' name of a colour space.
+std::string colorSpaceWords(int colorSpace);
+std::string colorFormatWords(int colorFormat, int bits);
+std::string frameRateWords(const std::string& rate);
+std::string colorSpaceName(int colorSpace);
 
 // Names accepted by the parsers, for help texts.
 std::string colorFormatNames();

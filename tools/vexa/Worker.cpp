@@ -4,7 +4,13 @@
 #include "mivo/core/buffer/OutputSlot.h"
 #include "mivo/core/types/ColorFormat.h"
 
+#include <algorithm>
+#include <climits>
+#include <cmath>
 #include <cstring>
+#include <iostream>
+#include <mutex>
+#include <set>
 
 namespace vexa {
 
@@ -43,17 +49,37 @@ _ZOCA_IMGB recordOf(const MediaBuffer& buffer) {
     return buffer.getTypedData<_ZOCA_IMGB>(nullptr);
 }
 
+std::string upper(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return text;
+}
+
+// `make()`, naming the picture it was allocating when memory runs out.
+template <typename Make>
+auto allocating(int cols, int rows, int colorFormat, Make&& make) -> decltype(make()) {
+    try {
+        return make();
+    } catch (const std::bad_alloc&) {
+        const double bytes = static_cast<double>(vexa::io::imageByteSize(colorFormat, cols, rows));
+        // The framework counts a buffer's bytes in an int.
+        const std::string cap = bytes > INT_MAX ? "; a buffer holds at most 2 GB" : "";
+        throw FileError(mivo::format("not enough memory for a %dx%d %s picture (%s%s)", cols, rows,
+                                     upper(vexa::io::colorFormatName(colorFormat)).c_str(),
+                                     bytesInWords(bytes).c_str(), cap.c_str()));
+    }
+}
+
 // Runs `plugin` from `input` into a new output slot that wishes for `wish`.
 std::shared_ptr<MediaBuffer> runInto(mivo::ext::VexaPlugin& plugin,
                                      const std::shared_ptr<MediaBuffer>& input,
                                      std::shared_ptr<mivo::MediaFormat> wish,
                                      const std::string& what) {
-    auto slot = mivo::core::OutputSlot::create(std::move(wish));
+    auto slot = mivo::core::OutputSlot::create(wish);
     std::shared_ptr<MediaBuffer> out = slot;
-    const int result = plugin(input, out);
+    const int result = allocating(wish->getCols(), wish->getRows(), wish->getColorFormat(),
+                                  [&] { return plugin(input, out); });
     if (result != 0) {
-        throw FileError(
-            mivo::format("%s: %s (code %d)", what.c_str(), libraryError(result), result));
+        throw FileError(what + ": " + libraryError(result));
     }
     return slot->get();
 }
@@ -77,6 +103,10 @@ Parameters withHalfTurnForBothMirrors(Parameters p) {
     return p;
 }
 
+bool isYuv(int colorFormat) {
+    return vexa::io::isYuv420(colorFormat);
+}
+
 bool isTwoPlaneYuv(int colorFormat) {
     return colorFormat == mivo::COLOR_FORMAT_NV12 || colorFormat == mivo::COLOR_FORMAT_NV21;
 }
@@ -95,7 +125,51 @@ int fileFormatFor(const std::string& path, int resultFormat, int inputFormat) {
     return preferred;
 }
 
+// The packed format an RGB file holds a picture without alpha in.
+int rgbFormatFor(const std::string& path) {
+    const int preferred = vexa::io::preferredColorFormatForExtension(path);
+    return preferred == vexa::io::kRgba ? vexa::io::kRgb : preferred;
+}
+
+bool turnsSides(const Parameters& p) {
+    return (p.operation == Operation::Rot || p.operation == Operation::RszRot ||
+            p.operation == Operation::CscRot) &&
+           (p.angle == 90 || p.angle == 270);
+}
+
+// What the downscaler makes of a cols x rows picture with factor k: the sides cut to a
+// multiple of 2k, then divided by k.
+Size downscaled(int cols, int rows, int k) {
+    return {cols / (2 * k) * 2, rows / (2 * k) * 2};
+}
+
+void checkLibrarySize(int cols, int rows) {
+    if (cols > kLibraryMaxSide || rows > kLibraryMaxSide) {
+        throw UsageError(mivo::format("%dx%d is %s than the image library supports (%d)", cols,
+                                      rows, cols > kLibraryMaxSide ? "wider" : "taller",
+                                      kLibraryMaxSide));
+    }
+}
+
 }  // namespace
+
+std::string bytesInWords(double bytes) {
+    const char* units[] = {"kB", "MB", "GB", "TB"};
+    if (bytes < 1024) return mivo::format("%.0f bytes", bytes);
+    int unit = -1;
+    while (bytes >= 1024 && unit < 3) {
+        bytes /= 1024;
+        ++unit;
+    }
+    return mivo::format(bytes < 10 ? "%.1f %s" : "%.0f %s", bytes, units[unit]);
+}
+
+void noteOnce(const std::string& key, const std::string& text) {
+    static std::mutex lock;
+    static std::set<std::string> said;
+    std::lock_guard<std::mutex> guard(lock);
+    if (said.insert(key).second) std::cerr << "vexa: note: " << text << "\n" << std::flush;
+}
 
 int defaultColorSpace(int colorFormat) {
     return colorFormat >= vexa::io::kRgb ? mivo::COLOR_SPACE_SRGB : mivo::COLOR_SPACE_BT709;
@@ -106,7 +180,9 @@ std::shared_ptr<MediaBuffer> toBuffer(const vexa::io::Image& image, int colorSpa
     auto format = mivo::makeImageFormat(image.colorFormat, image.width, image.height, colorSpace);
     if (hdrType) format->setExtra(mivo::extra::kHdrType, *hdrType);
     std::shared_ptr<mivo::MediaFormat> frozen = format->freeze();
-    std::shared_ptr<MediaBuffer> buffer = mivo::core::detail::CpuMediaBuffer::allocateFor(frozen);
+    std::shared_ptr<MediaBuffer> buffer =
+        allocating(image.width, image.height, image.colorFormat,
+                   [&] { return mivo::core::detail::CpuMediaBuffer::allocateFor(frozen); });
     // Both sides lay the planes out back to back without row padding.
     std::memcpy(buffer->getDirectData(), image.data.data(), image.data.size());
     return buffer;
@@ -117,7 +193,9 @@ vexa::io::Image toImage(const MediaBuffer& buffer) {
     image.width = buffer.getCols();
     image.height = buffer.getRows();
     image.colorFormat = buffer.getFormat()->getColorFormat();
-    image.data.resize(vexa::io::imageByteSize(image.colorFormat, image.width, image.height));
+    allocating(image.width, image.height, image.colorFormat, [&] {
+        image.data.resize(vexa::io::imageByteSize(image.colorFormat, image.width, image.height));
+    });
     // Copy plane by plane through the record, so any row padding is dropped.
     const _ZOCA_IMGB record = recordOf(buffer);
     const int bytesPerSample =
@@ -154,18 +232,133 @@ Worker::Worker(const Parameters& parameters)
       converter_(nullptr, {Operation::Csc}),
       cropper_(nullptr, {Operation::Crop}) {}
 
-int Worker::downscaleFactor(const MediaBuffer& input) const {
-    if (parameters_.factor > 0) return parameters_.factor;
-    return std::max(1,
-                    input.getCols() / std::max(1, parameters_.size ? parameters_.size->cols : 1));
+int Worker::downscaleFactor(int cols, int rows) const {
+    const Parameters& p = parameters_;
+    if (p.factor > 0 || !p.size) return std::max(p.factor, 1);
+    const Geometry& g = *p.size;
+    if (g.percent) {
+        const double k = 100.0 / (g.width > 0 ? g.width : g.height);
+        const long whole = std::lround(k);
+        if ((g.width > 0 && g.height > 0 && g.width != g.height) || whole < 1 ||
+            std::fabs(k - whole) > 0.01 * k) {
+            throw UsageError("downscale divides both sides by a whole number: '" + g.text +
+                             "' is not one of 50%, 33.3%, 25%, 20%, ...");
+        }
+        return static_cast<int>(whole);
+    }
+    const int wantCols = static_cast<int>(g.width);
+    const int wantRows = static_cast<int>(g.height);
+    if (wantCols > cols || wantRows > rows) {
+        throw UsageError(
+            mivo::format("perceptual downscaling only shrinks: %s is larger than the %dx%d input",
+                         g.text.c_str(), cols, rows));
+    }
+    std::vector<std::pair<int, Size>> made;
+    for (int k = 1;; ++k) {
+        const Size size = downscaled(cols, rows, k);
+        if (size.cols < 2 || size.rows < 2) break;
+        if ((!wantCols || size.cols == wantCols) && (!wantRows || size.rows == wantRows)) return k;
+        made.push_back({k, size});
+    }
+    // Name the few sizes nearest the one asked for.
+    const auto distance = [&](const std::pair<int, Size>& m) {
+        return std::abs(wantCols ? m.second.cols - wantCols : m.second.rows - wantRows);
+    };
+    std::stable_sort(made.begin(), made.end(),
+                     [&](const auto& a, const auto& b) { return distance(a) < distance(b); });
+    made.resize(std::min<size_t>(made.size(), 4));
+    std::sort(made.begin(), made.end(),
+              [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::string sizes;
+    for (const auto& [k, size] : made) {
+        sizes += mivo::format("%s%dx%d (--factor %d)", sizes.empty() ? "" : ", ", size.cols,
+                              size.rows, k);
+    }
+    throw UsageError(mivo::format(
+        "downscale cannot make %s from %dx%d: it divides both sides by a whole number N, after "
+        "cutting them to a multiple of 2N%s%s; resize makes any size",
+        g.text.c_str(), cols, rows, sizes.empty() ? "" : ", and can make ", sizes.c_str()));
 }
 
-int Worker::alignmentFor(const MediaBuffer& input) const {
-    // The downscaler writes rows of exactly input/k samples and the own mirror writes whole
-    // words and row pairs only: sides that are multiples of these leave nothing unwritten.
-    if (parameters_.operation == Operation::RszPd) return 2 * downscaleFactor(input);
-    if (parameters_.operation == Operation::Flip && parameters_.ownFlip) return 4;
-    return 1;
+int Worker::workFormatFor(int inputFormat) const {
+    if (parameters_.workFormat) return *parameters_.workFormat;
+    // The plugin's own mirror handles the two-plane layouts only.
+    if (parameters_.operation == Operation::Flip && parameters_.ownFlip &&
+        !isTwoPlaneYuv(inputFormat)) {
+        return mivo::COLOR_FORMAT_NV12;
+    }
+    // The downscaler reads samples one byte each, plane by plane: packed pixels go planar.
+    if (parameters_.operation == Operation::RszPd && !mivo::isMultiPlaneColorFormat(inputFormat)) {
+        return mivo::COLOR_FORMAT_YUV420;
+    }
+    return inputFormat;
+}
+
+Worker::Plan Worker::planFor(int cols, int rows, int inputFormat,
+                             const std::string& outputType) const {
+    const Parameters& p = parameters_;
+    const Operation op = p.operation;
+    Plan plan;
+    plan.workFormat = workFormatFor(inputFormat);
+    plan.trim = {cols, rows};
+    const bool sized = op == Operation::Rsz || op == Operation::RszRot || op == Operation::RszCsc;
+    if (sized) {
+        if (!p.size) {
+            throw UsageError(std::string(mivo::ext::operationName(op)) +
+                             " needs a target size (--to WIDTHxHEIGHT)");
+        }
+        plan.target = resolve(*p.size, cols, rows);
+    }
+    if (op == Operation::Crop && p.rect) plan.rect = *p.rect;
+    if (op == Operation::RszPd) {
+        plan.factor = downscaleFactor(cols, rows);
+        const int alignment = 2 * plan.factor;
+        plan.trim = {cols / alignment * alignment, rows / alignment * alignment};
+        return plan;  // its sides always come out even
+    }
+    // The plugin's own mirror writes whole words and row pairs.
+    if (op == Operation::Flip && p.ownFlip) plan.trim = {cols / 4 * 4, rows / 4 * 4};
+
+    // 4:2:0 pictures have even sides: the plugin's resize, crop and conversion into 4:2:0
+    // drop an odd row or column. An RGB file is better served by working in RGB; a 4:2:0
+    // result is made even here, and said so, rather than by the plugin.
+    const Size result = sized                   ? plan.target
+                        : op == Operation::Crop ? Size{plan.rect.getWidth(), plan.rect.getHeight()}
+                                                : plan.trim;
+    if (((result.cols | result.rows) & 1) == 0) return plan;
+    const int fileFormat = vexa::io::preferredColorFormatForExtension(outputType);
+    const bool resizesOrCuts = sized || op == Operation::Crop;
+    if (!p.workFormat && isYuv(plan.workFormat) && !isYuv(fileFormat) &&
+        (op == Operation::Rsz || op == Operation::RszRot || op == Operation::Crop)) {
+        plan.workFormat = rgbFormatFor(outputType);
+        return plan;
+    }
+    const bool converts =
+        op == Operation::Csc || op == Operation::RszCsc || op == Operation::CscRot;
+    const int resultFormat = converts && p.colorFormat ? *p.colorFormat : plan.workFormat;
+    const bool evened =
+        isYuv(resultFormat) ? !isYuv(plan.workFormat) || resizesOrCuts : isYuv(fileFormat);
+    if (!evened) return plan;
+    const Size even{result.cols & ~1, result.rows & ~1};
+    if (even.cols < 2 || even.rows < 2) {
+        throw UsageError(mivo::format("%dx%d is too small for a 4:2:0 picture (at least 2x2)",
+                                      result.cols, result.rows));
+    }
+    const bool turned = turnsSides(p);
+    noteOnce("even", mivo::format(
+                         "%s needs an even width and height: %dx%d becomes %dx%d",
+                         vexa::io::colorFormatName(isYuv(resultFormat) ? resultFormat : fileFormat),
+                         turned ? result.rows : result.cols, turned ? result.cols : result.rows,
+                         turned ? even.rows : even.cols, turned ? even.cols : even.rows));
+    if (sized) {
+        plan.target = even;
+    } else if (op == Operation::Crop) {
+        plan.rect.right = plan.rect.left + even.cols;
+        plan.rect.bottom = plan.rect.top + even.rows;
+    } else {
+        plan.trim = {plan.trim.cols & ~1, plan.trim.rows & ~1};
+    }
+    return plan;
 }
 
 std::shared_ptr<MediaBuffer> Worker::trim(const std::shared_ptr<MediaBuffer>& buffer, int cols,
@@ -186,41 +379,24 @@ std::shared_ptr<MediaBuffer> Worker::trim(const std::shared_ptr<MediaBuffer>& bu
     return runInto(cropper_, buffer, wish->freeze(), "trimming");
 }
 
-int Worker::workFormatFor(int inputFormat) const {
-    if (parameters_.workFormat) return *parameters_.workFormat;
-    // The plugin's own mirror handles the two-plane layouts only.
-    if (parameters_.operation == Operation::Flip && parameters_.ownFlip &&
-        !isTwoPlaneYuv(inputFormat)) {
-        return mivo::COLOR_FORMAT_NV12;
-    }
-    // The downscaler reads samples one byte each, plane by plane: packed pixels go planar.
-    if (parameters_.operation == Operation::RszPd && !mivo::isMultiPlaneColorFormat(inputFormat)) {
-        return mivo::COLOR_FORMAT_YUV420;
-    }
-    return inputFormat;
-}
-
-void Worker::check(const MediaBuffer& input) const {
+void Worker::check(const MediaBuffer& input, const Plan& plan) const {
     const Parameters& p = parameters_;
     const int cols = input.getCols();
     const int rows = input.getRows();
     const int format = input.getFormat()->getColorFormat();
     const bool subsampled = mivo::isMultiPlaneColorFormat(format);
-    auto requireSize = [&](const char* what) {
-        if (!p.size)
-            throw UsageError(std::string(what) + " needs a target size (--to WIDTHxHEIGHT)");
-    };
+    checkLibrarySize(cols, rows);
     switch (p.operation) {
         case Operation::Rsz:
         case Operation::RszRot:
-            requireSize(mivo::ext::operationName(p.operation));
-            if (subsampled && (p.size->cols < 2 || p.size->rows < 2)) {
+        case Operation::RszCsc:
+            checkLibrarySize(plan.target.cols, plan.target.rows);
+            if ((subsampled || (p.colorFormat && mivo::isMultiPlaneColorFormat(*p.colorFormat))) &&
+                (plan.target.cols < 2 || plan.target.rows < 2)) {
                 throw UsageError("a 4:2:0 picture cannot be smaller than 2x2");
             }
-            // The plugin's resize would quietly drop the odd row or column.
-            if (p.operation == Operation::Rsz && subsampled &&
-                ((p.size->cols | p.size->rows) & 1)) {
-                throw UsageError("a 4:2:0 picture can only be resized to an even width and height");
+            if (p.operation == Operation::RszCsc && !p.colorFormat) {
+                throw UsageError("rszCsc needs a target format (--to-format)");
             }
             break;
         case Operation::RszPd:
@@ -230,31 +406,18 @@ void Worker::check(const MediaBuffer& input) const {
                     mivo::format("perceptual downscaling needs a 4:2:0 work format, not %s",
                                  mivo::getColorFormatName(format)));
             }
-            if (p.size && (p.size->cols > cols || p.size->rows > rows)) {
-                throw UsageError(
-                    "perceptual downscaling only shrinks: the target is larger than the input");
-            }
-            if (cols / (2 * downscaleFactor(input)) < 1 ||
-                rows / (2 * downscaleFactor(input)) < 1) {
+            if (cols / (2 * plan.factor) < 1 || rows / (2 * plan.factor) < 1) {
                 throw UsageError(mivo::format("a %dx%d picture is too small for a factor of %d",
-                                              cols, rows, downscaleFactor(input)));
+                                              cols, rows, plan.factor));
             }
             break;
         case Operation::Csc:
         case Operation::CscRot:
             if (!p.colorFormat) throw UsageError("conversion needs a target format (--to-format)");
             break;
-        case Operation::RszCsc:
-            requireSize("rszCsc");
-            if (!p.colorFormat) throw UsageError("rszCsc needs a target format (--to-format)");
-            if (mivo::isMultiPlaneColorFormat(*p.colorFormat) &&
-                ((p.size->cols | p.size->rows) & 1)) {
-                throw UsageError("a 4:2:0 target needs an even width and height");
-            }
-            break;
         case Operation::Crop: {
             if (!p.rect) throw UsageError("crop needs a rectangle (--rect LEFT,TOP,WIDTH,HEIGHT)");
-            const android::Rect& r = *p.rect;
+            const android::Rect& r = plan.rect;
             if (r.right > cols || r.bottom > rows) {
                 throw UsageError(
                     mivo::format("rectangle %d,%d %dx%d lies outside the %dx%d picture", r.left,
@@ -281,18 +444,19 @@ void Worker::check(const MediaBuffer& input) const {
     }
 }
 
-std::shared_ptr<mivo::MediaFormat> Worker::wishFor(const MediaBuffer& input) const {
+std::shared_ptr<mivo::MediaFormat> Worker::wishFor(const MediaBuffer& input,
+                                                   const Plan& plan) const {
     const Parameters& p = parameters_;
     std::unique_ptr<mivo::MutableMediaFormat> wish = input.getFormat()->mutableCopy();
     if (p.operation == Operation::RszPd) {
-        const int k = downscaleFactor(input);
-        wish->setCols(input.getCols() / k).setRows(input.getRows() / k);
-    } else if (p.size) {
-        wish->setCols(p.size->cols).setRows(p.size->rows);
+        wish->setCols(input.getCols() / plan.factor).setRows(input.getRows() / plan.factor);
+    } else if (p.operation == Operation::Rsz || p.operation == Operation::RszRot ||
+               p.operation == Operation::RszCsc) {
+        wish->setCols(plan.target.cols).setRows(plan.target.rows);
     }
     if (p.colorFormat) wish->setColorFormat(*p.colorFormat);
     wish->setRotation(p.angle);
-    if (p.rect) wish->setExtra(mivo::extra::kCropRect, *p.rect);
+    if (p.operation == Operation::Crop) wish->setExtra(mivo::extra::kCropRect, plan.rect);
     if (p.targetColorSpace) wish->setColorSpace(*p.targetColorSpace);
     if (p.dither) wish->setExtra(mivo::extra::kDithering, true);
     if (p.operation == Operation::Flip && !p.flipThroughOption) {
@@ -317,17 +481,23 @@ std::shared_ptr<MediaBuffer> Worker::convert(const std::shared_ptr<MediaBuffer>&
                    std::string("converting to ") + mivo::getColorFormatName(colorFormat));
 }
 
-std::shared_ptr<MediaBuffer> Worker::run(const std::shared_ptr<MediaBuffer>& input,
-                                         std::ostream* verbose) {
-    std::shared_ptr<MediaBuffer> in =
-        convert(input, workFormatFor(input->getFormat()->getColorFormat()));
-    check(*in);
-    const int alignment = alignmentFor(*in);
-    in = trim(in, in->getCols() / alignment * alignment, in->getRows() / alignment * alignment,
-              verbose);
-    auto slot = mivo::core::OutputSlot::create(wishFor(*in));
+vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& outputType,
+                              std::ostream* verbose) {
+    const bool hdr = parameters_.operation == Operation::HdrToSdr;
+    const int colorSpace = parameters_.inputColorSpace.value_or(
+        hdr ? mivo::COLOR_SPACE_BT2020 : defaultColorSpace(image.colorFormat));
+    checkLibrarySize(image.width, image.height);
+    const Plan plan = planFor(image.width, image.height, image.colorFormat, outputType);
+    std::shared_ptr<MediaBuffer> in = convert(
+        toBuffer(image, colorSpace, hdr ? std::optional<int>(parameters_.hdrType) : std::nullopt),
+        plan.workFormat);
+    check(*in, plan);
+    in = trim(in, plan.trim.cols, plan.trim.rows, verbose);
+    const std::shared_ptr<mivo::MediaFormat> wish = wishFor(*in, plan);
+    auto slot = mivo::core::OutputSlot::create(wish);
     std::shared_ptr<MediaBuffer> out = slot;
-    const int result = operation_(in, out);
+    const int result = allocating(wish->getCols(), wish->getRows(), wish->getColorFormat(),
+                                  [&] { return operation_(in, out); });
     if (verbose) {
         *verbose << "input buffer: " << in->toString() << "\n"
                  << "input record: " << describeRecord(recordOf(*in)) << "\n";
@@ -339,26 +509,15 @@ std::shared_ptr<MediaBuffer> Worker::run(const std::shared_ptr<MediaBuffer>& inp
                  << "\n";
     }
     if (result != 0) {
-        throw FileError(mivo::format("%s: %s (code %d)",
-                                     mivo::ext::operationName(parameters_.operation),
-                                     libraryError(result), result));
+        throw FileError(std::string(mivo::ext::operationName(parameters_.operation)) + ": " +
+                        libraryError(result));
     }
-    return slot->get();
-}
-
-vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& outputType,
-                              std::ostream* verbose) {
-    const bool hdr = parameters_.operation == Operation::HdrToSdr;
-    const int colorSpace = parameters_.inputColorSpace.value_or(
-        hdr ? mivo::COLOR_SPACE_BT2020 : defaultColorSpace(image.colorFormat));
-    std::shared_ptr<MediaBuffer> result = run(
-        toBuffer(image, colorSpace, hdr ? std::optional<int>(parameters_.hdrType) : std::nullopt),
-        verbose);
-    const int resultFormat = result->getFormat()->getColorFormat();
+    std::shared_ptr<MediaBuffer> done = slot->get();
+    const int resultFormat = done->getFormat()->getColorFormat();
     if (!fileHolds(outputType, resultFormat)) {
-        result = convert(result, fileFormatFor(outputType, resultFormat, image.colorFormat));
+        done = convert(done, fileFormatFor(outputType, resultFormat, image.colorFormat));
     }
-    return toImage(*result);
+    return toImage(*done);
 }
 
 }  // namespace vexa

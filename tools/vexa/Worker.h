@@ -36,34 +36,49 @@ vexa::io::Image toImage(const mivo::core::MediaBuffer& buffer);
 // A record as text, one line per plane in use.
 std::string describeRecord(const _ZOCA_IMGB& record);
 
+// The largest side the image library takes.
+constexpr int kLibraryMaxSide = 32768;
+
+// "3.4 GB", "412 MB", "980 bytes": powers of 1024, as most tools print them.
+std::string bytesInWords(double bytes);
+
+// Prints "vexa: note: <text>" on standard error the first time a run meets `key`, so a
+// batch or a clip says it once.
+void noteOnce(const std::string& key, const std::string& text);
+
 // Owns its plugins: one Worker serves one thread.
 class Worker {
   public:
     explicit Worker(const Parameters& parameters);
 
-    // Checks the request against the input before anything runs, so that the plugin never
-    // meets a request it would refuse by ending the process. Throws UsageError.
-    void check(const mivo::core::MediaBuffer& input) const;
-
     // One picture through the operation, in the colour format of the file type that
-    // `outputType` names by its extension. Throws FileError (or UsageError for an impossible
-    // request).
+    // `outputType` names by its extension. Everything the plugin would refuse, or change
+    // without a word, is decided here first. Throws FileError (or UsageError for an
+    // impossible request).
     vexa::io::Image apply(const vexa::io::Image& image, const std::string& outputType,
                           std::ostream* verbose = nullptr);
-
-    // The operation on buffers, for callers that already hold them.
-    std::shared_ptr<mivo::core::MediaBuffer> run(
-        const std::shared_ptr<mivo::core::MediaBuffer>& input, std::ostream* verbose = nullptr);
 
     // `buffer` in colour format `colorFormat`, converted by the plugin where it differs.
     std::shared_ptr<mivo::core::MediaBuffer> convert(
         const std::shared_ptr<mivo::core::MediaBuffer>& buffer, int colorFormat);
 
   private:
-    std::shared_ptr<mivo::MediaFormat> wishFor(const mivo::core::MediaBuffer& input) const;
+    // What one picture goes through, decided from its size and the output type.
+    struct Plan {
+        int workFormat = 0;
+        Size target;         // rsz, rszRot, rszCsc: the size before turning
+        int factor = 0;      // rszPd
+        android::Rect rect;  // crop
+        Size trim;           // the input is first cut to this
+    };
+    Plan planFor(int cols, int rows, int inputFormat, const std::string& outputType) const;
+    // Checks the request against the input before anything runs, so that the plugin never
+    // meets a request it would refuse by ending the process. Throws UsageError.
+    void check(const mivo::core::MediaBuffer& input, const Plan& plan) const;
+    std::shared_ptr<mivo::MediaFormat> wishFor(const mivo::core::MediaBuffer& input,
+                                               const Plan& plan) const;
     int workFormatFor(int inputFormat) const;
-    int downscaleFactor(const mivo::core::MediaBuffer& input) const;
-    int alignmentFor(const mivo::core::MediaBuffer& input) const;
+    int downscaleFactor(int cols, int rows) const;
     // The top-left cols x rows of `buffer`, cut by the plugin.
     std::shared_ptr<mivo::core::MediaBuffer> trim(
         const std::shared_ptr<mivo::core::MediaBuffer>& buffer, int cols, int rows,

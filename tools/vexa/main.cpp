@@ -10,7 +10,11 @@
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <climits>
+#include <filesystem>
 #include <iostream>
+#include <sstream>
 #include <thread>
 #include <tuple>
 
@@ -50,6 +54,49 @@ struct Command {
     CLI::App* app;
 };
 
+unsigned defaultJobs() {
+    return std::max(1u, std::thread::hardware_concurrency());
+}
+
+// A whole number from `low` to `high`, refused in words rather than as a range of doubles.
+CLI::Validator wholeNumber(long long low, long long high) {
+    const std::string range = high == LLONG_MAX
+                                  ? std::to_string(low) + " or more"
+                                  : "from " + std::to_string(low) + " to " + std::to_string(high);
+    return CLI::Validator(
+        [=](std::string& text) -> std::string {
+            const bool digits = !text.empty() && text.size() < 12 &&
+                                text.find_first_not_of("0123456789") == std::string::npos;
+            if (digits && std::stoll(text) >= low && std::stoll(text) <= high) return "";
+            return "'" + text + "' is not allowed: give a whole number " + range;
+        },
+        range);
+}
+
+const char* const kSizeHelp =
+    "Target size, as in ImageMagick: WxH fits inside the box keeping the aspect ratio, WxH! is "
+    "exactly that, W (or Wx) and xH give one side, N% scales (W%xH% each side), WxH^ fills the "
+    "box, WxH> only shrinks, WxH< only enlarges; sides round to the nearest pixel";
+
+const char* const kRules =
+    "Output: the type follows -o's extension. Without -o it is <input>.<command>.<ext> here, "
+    "where ext is the input's, or the type --to-format asks for (nv12, nv21, yuv420 as .yuv, "
+    "bgra; rgb and rgba as .png).\n"
+    "Odd sizes: 4:2:0 pictures (nv12, nv21, yuv420, Y4M) have even sides. When the output file "
+    "holds RGB (PNG, JPEG, .rgb, .rgba, .bgra), a 4:2:0 input that would come out with an odd "
+    "side is worked on in RGB; when the result is 4:2:0, an odd side loses its last row or "
+    "column, and vexa says so once.";
+
+void addGlobalOptions(CLI::App& app, Arguments& a) {
+    app.add_option("-j,--jobs", a.jobs,
+                   "Worker threads: frames of a clip, or files of several inputs (default: " +
+                       std::to_string(defaultJobs()) + ", one per core)")
+        ->check(wholeNumber(1, 256));
+    app.add_flag("-v,--verbose", a.verbose,
+                 "Name each file as it is done, print the buffers and the records handed to the "
+                 "library, and a summary");
+}
+
 void addCommonOptions(CLI::App& app, Arguments& a) {
     app.add_option("inputs", a.inputs,
                    "Input files or folders (.png .jpg .y4m .yuv .nv12 .nv21 .rgb .rgba .bgra); "
@@ -57,36 +104,41 @@ void addCommonOptions(CLI::App& app, Arguments& a) {
         ->required();
     app.add_option("-o,--output", a.output,
                    "Output file, or output folder for several inputs (default: "
-                   "<stem>.<operation>.<ext> here); '-' writes standard output (Y4M, or raw "
+                   "<stem>.<command>.<ext> here); '-' writes standard output (Y4M, or raw "
                    "with --ext); a PNG or JPEG name with a frame number (out-%04d.png) takes "
                    "every frame of a clip");
     app.add_option("--ext", a.extension,
-                   "Output file type for folder or standard output (png, jpg, y4m, nv12, ...)");
+                   "Output file type for folder or standard output (png, jpg, y4m, nv12, ...; "
+                   "default: the input's, or what --to-format asks for)");
     app.add_option("--size", a.rawSize, "Size of raw input files, WIDTHxHEIGHT");
-    app.add_option("--format", a.rawFormat, "Colour format of raw input files");
+    app.add_option("--format", a.rawFormat,
+                   "Colour format of raw input files (default: the one the extension names)");
     auto* frame = app.add_option("--frame", a.frame,
                                  "Only frame N of a clip (frames count from 0; default: every "
                                  "frame)")
-                      ->check(CLI::NonNegativeNumber);
+                      ->check(wholeNumber(0, LLONG_MAX));
     auto* frames = app.add_option("--frames", a.frames,
                                   "Frames A to B-1 of a clip (A:B, A: or :B; frames count from 0)");
     frame->excludes(frames);
     frames->excludes(frame);
     app.add_option("--color-space", a.inputSpace,
-                   "Colour space of the input: " + vexa::colorSpaceNames());
+                   "Colour space of the input: " + vexa::colorSpaceNames() +
+                       " (default: srgb for RGB files, bt709 for YUV, bt2020 for tonemap)");
     app.add_option("--work-format", a.workFormat,
-                   "Colour format the operation runs in (the input is converted first)");
-    app.add_option("-j,--jobs", a.jobs,
-                   "Worker threads: frames of a clip, or files of several inputs")
-        ->check(CLI::Range(1u, 256u));
-    app.add_option("--quality", a.quality, "JPEG quality of the output")->check(CLI::Range(1, 100));
-    app.add_flag("-v,--verbose", a.verbose,
-                 "Print the buffers and the records handed to the library, and a summary");
+                   "Colour format the operation runs in, the input converted first (default: "
+                   "the input's; yuv420 for downscale, nv12 for flip --own, RGB for odd sizes "
+                   "into RGB files)");
+    app.add_option("--quality", a.quality,
+                   "JPEG quality of the output (default: " +
+                       std::to_string(vexa::io::WriteOptions{}.jpegQuality) + ")")
+        ->check(wholeNumber(1, 100));
+    addGlobalOptions(app, a);
+    app.footer(kRules);
 }
 
 void addOperationOptions(Operation operation, CLI::App& app, Arguments& a) {
     const auto sizeOption = [&](bool required) {
-        auto* option = app.add_option("--to", a.size, "Target size, WIDTHxHEIGHT");
+        auto* option = app.add_option("--to", a.size, kSizeHelp);
         if (required) option->required();
     };
     const auto formatOption = [&]() {
@@ -102,16 +154,21 @@ void addOperationOptions(Operation operation, CLI::App& app, Arguments& a) {
             sizeOption(true);
             break;
         case Operation::RszPd: {
-            auto* to = app.add_option("--to", a.size, "Target size, WIDTHxHEIGHT");
-            auto* factor = app.add_option("--factor", a.factor, "Integer downscale factor")
-                               ->check(CLI::PositiveNumber);
+            auto* to = app.add_option(
+                "--to", a.size,
+                "Target size, made exactly or refused with the sizes it can make: WxH, W, xH, "
+                "or N% (50%, 33.3%, 25%, ...)");
+            auto* factor =
+                app.add_option("--factor", a.factor, "Divide both sides by this whole number")
+                    ->check(wholeNumber(1, vexa::kLibraryMaxSide));
             to->excludes(factor);
             factor->excludes(to);
             break;
         }
         case Operation::Csc:
             formatOption();
-            app.add_flag("--dither", a.dither, "Dither the conversion (no banding in gradients)");
+            app.add_flag("--dither", a.dither,
+                         "Dither the conversion, no banding in gradients (default: off)");
             break;
         case Operation::Rot:
             angleOption();
@@ -138,8 +195,8 @@ void addOperationOptions(Operation operation, CLI::App& app, Arguments& a) {
                 ->required();
             break;
         case Operation::HdrToSdr:
-            app.add_option("--hdr-type", a.hdrType, "HDR type of the input: pq, hlg, hdr10plus")
-                ->capture_default_str();
+            app.add_option("--hdr-type", a.hdrType,
+                           "HDR type of the input: pq, hlg, hdr10plus (default: pq)");
             break;
         case Operation::Flip:
             app.add_option("--direction", a.direction, "Mirror: horizontal (h), vertical (v), both")
@@ -184,7 +241,7 @@ const char* describeOperation(Operation operation) {
 vexa::Parameters toParameters(Operation operation, const Arguments& a) {
     vexa::Parameters p;
     p.operation = operation;
-    if (!a.size.empty()) p.size = vexa::parseSize(a.size);
+    if (!a.size.empty()) p.size = vexa::parseGeometry(a.size);
     p.factor = a.factor;
     if (operation == Operation::RszPd && !p.size && p.factor == 0) {
         throw vexa::UsageError("downscale needs --factor N or --to WIDTHxHEIGHT");
@@ -224,7 +281,8 @@ vexa::Parameters toParameters(Operation operation, const Arguments& a) {
 int runOperation(Operation operation, const Arguments& a) {
     const vexa::Parameters parameters = toParameters(operation, a);
     const std::vector<vexa::Job> jobs =
-        vexa::planJobs(a.inputs, a.output, mivo::ext::operationName(operation), a.extension);
+        vexa::planJobs(a.inputs, a.output, mivo::ext::operationName(operation), a.extension,
+                       parameters.colorFormat);
     // With the pictures on standard output, everything else goes to standard error.
     const bool picturesOnStdout = jobs.size() == 1 && jobs.front().output == "-";
     std::ostream& messages = picturesOnStdout ? std::cerr : std::cout;
@@ -257,22 +315,114 @@ int runOperation(Operation operation, const Arguments& a) {
     return summary.failed == 0 ? 0 : 1;
 }
 
-int runInfo(const std::string& path, const Arguments& a) {
+std::string jsonString(const std::string& text) {
+    std::string out = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (static_cast<unsigned char>(c) < 0x20) {
+            out += mivo::format("\\u%04x", c);
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+std::string fileType(const std::string& path) {
+    std::string extension = std::filesystem::path(path).extension().string();
+    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (extension == ".png") return "PNG";
+    if (extension == ".jpg" || extension == ".jpeg") return "JPEG";
+    if (extension == ".y4m") return "Y4M";
+    return "raw " + extension.substr(std::min<size_t>(1, extension.size()));
+}
+
+// One file as a line of words, or as a JSON object; the buffer and record with --verbose.
+void describeFile(const std::string& path, const vexa::Parameters& parameters, bool json,
+                  bool verbose, std::ostream& out) {
+    vexa::io::FrameReader reader(path, parameters.raw);
+    vexa::io::Image image;
+    if (!reader.next(image)) throw vexa::io::IoError("cannot read '" + path + "': no frames");
+    const std::string type = fileType(path);
+    long long frames = reader.frameCountHint();
+    if (frames < 0) frames = 1;  // PNG and JPEG
+    std::error_code ec;
+    const auto bytes = static_cast<long long>(std::filesystem::file_size(path, ec));
+    const bool assumed = !parameters.inputColorSpace;
+    const int space =
+        parameters.inputColorSpace.value_or(vexa::defaultColorSpace(image.colorFormat));
+    const int bits = std::max(8, reader.sourceBits());
+    const std::string& rate = reader.tags().rate;
+    if (json) {
+        out << "{\"file\": " << jsonString(path) << ", \"type\": " << jsonString(type)
+            << ", \"width\": " << image.width << ", \"height\": " << image.height
+            << ", \"colorFormat\": " << jsonString(vexa::io::colorFormatName(image.colorFormat))
+            << ", \"bits\": " << bits
+            << ", \"colorSpace\": " << jsonString(vexa::colorSpaceName(space))
+            << ", \"colorSpaceAssumed\": " << (assumed ? "true" : "false")
+            << ", \"frames\": " << frames << ", \"frameRate\": " << jsonString(rate)
+            << ", \"bytes\": " << bytes << ", \"frameBytes\": " << image.data.size() << "}";
+        return;
+    }
+    std::string frameWords = std::to_string(frames) + (frames == 1 ? " frame" : " frames");
+    if (!rate.empty()) frameWords += " at " + vexa::frameRateWords(rate);
+    out << path << ": " << type << ", " << image.width << "x" << image.height << ", "
+        << vexa::colorFormatWords(image.colorFormat, bits) << ", " << vexa::colorSpaceWords(space)
+        << (assumed ? " (assumed: untagged)" : "") << ", " << frameWords << ", "
+        << vexa::bytesInWords(static_cast<double>(bytes)) << "\n";
+    if (verbose) {
+        const auto buffer = vexa::toBuffer(image, space);
+        out << "buffer: " << buffer->toString() << "\n"
+            << "record: " << vexa::describeRecord(buffer->getTypedData<_ZOCA_IMGB>(nullptr))
+            << "\n";
+    }
+}
+
+int runInfo(const std::vector<std::string>& paths, bool json, const Arguments& a) {
     const vexa::Parameters parameters = toParameters(Operation::Rsz, a);
     // Constructing a plugin registers the record view of buffers.
     mivo::ext::VexaPlugin registration(nullptr, std::vector<Operation>{});
-    const vexa::io::Image image = vexa::io::readImage(path, parameters.raw);
-    const int space =
-        parameters.inputColorSpace.value_or(vexa::defaultColorSpace(image.colorFormat));
-    const auto buffer = vexa::toBuffer(image, space);
-    std::cout << path << ": " << vexa::io::describe(image) << "\n"
-              << buffer->toString() << "\n"
-              << "record: " << vexa::describeRecord(buffer->getTypedData<_ZOCA_IMGB>(nullptr))
-              << "\n";
-    return 0;
+    bool sawFolder = false;
+    const std::vector<std::string> files = vexa::expandInputs(paths, sawFolder);
+    int failed = 0;
+    if (json) std::cout << "[";
+    bool first = true;
+    for (const std::string& file : files) {
+        std::ostringstream text;
+        try {
+            describeFile(file, parameters, json, a.verbose, text);
+        } catch (const std::exception& e) {
+            const std::string message = e.what();
+            std::cerr << "vexa: error: "
+                      << (message.find(file) == std::string::npos ? file + ": " : "") << message
+                      << "\n";
+            ++failed;
+            continue;
+        }
+        if (json) std::cout << (first ? "\n  " : ",\n  ");
+        std::cout << text.str() << std::flush;
+        first = false;
+    }
+    if (json) std::cout << (first ? "]\n" : "\n]\n");
+    return failed == 0 ? 0 : 1;
 }
 
 }  // namespace
+
+// The first word that is not an option, skipping the values of options taken before it.
+const char* commandWord(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        if (word == "-j" || word == "--jobs") {
+            ++i;
+        } else if (word.empty() || word[0] != '-') {
+            return argv[i];
+        }
+    }
+    return nullptr;
+}
 
 int main(int argc, char** argv) {
     vexa::io::removeTemporariesOnSignals();
@@ -280,25 +430,61 @@ int main(int argc, char** argv) {
         "vexa: the mivo image-processing plugin on picture files.\n"
         "Every operation runs through the plugin and the image library; files are "
         "written whole or not at all."};
-    app.require_subcommand(1);
     app.set_version_flag("--version", "vexa 0.1.0");
+    app.footer(std::string("Sizes (--to): ") + kSizeHelp + ".\n" + kRules);
 
     Arguments arguments;
+    arguments.jobs = defaultJobs();
+    addGlobalOptions(app, arguments);
     std::vector<Command> commands;
+    std::vector<std::string> names;
     for (Operation operation : mivo::ext::allOperations()) {
         CLI::App* sub =
             app.add_subcommand(mivo::ext::operationName(operation), describeOperation(operation));
-        if (const char* alias = mivo::ext::operationAlias(operation)) sub->alias(alias);
+        names.push_back(mivo::ext::operationName(operation));
+        if (const char* alias = mivo::ext::operationAlias(operation)) {
+            sub->alias(alias);
+            names.push_back(alias);
+        }
         addCommonOptions(*sub, arguments);
         addOperationOptions(operation, *sub, arguments);
         commands.push_back({operation, sub});
     }
-    std::string infoPath;
-    CLI::App* info = app.add_subcommand("info", "Describe a picture file as a buffer and a record");
-    info->add_option("file", infoPath, "Picture file")->required();
-    info->add_option("--size", arguments.rawSize, "Size of a raw file, WIDTHxHEIGHT");
-    info->add_option("--format", arguments.rawFormat, "Colour format of a raw file");
-    info->add_option("--color-space", arguments.inputSpace, "Colour space of the file");
+    std::vector<std::string> infoPaths;
+    bool json = false;
+    CLI::App* info = app.add_subcommand(
+        "info", "Describe picture files: type, size, colour format and space, frames, bytes");
+    names.push_back("info");
+    info->add_option("files", infoPaths, "Picture files or folders")->required();
+    info->add_option("--size", arguments.rawSize, "Size of raw files, WIDTHxHEIGHT");
+    info->add_option("--format", arguments.rawFormat,
+                     "Colour format of raw files (default: the one the extension names)");
+    info->add_option("--color-space", arguments.inputSpace,
+                     "Colour space of the files (default: srgb for RGB, bt709 for YUV)");
+    info->add_flag("--json", json, "One JSON array of objects, for scripts");
+    info->add_flag("-v,--verbose", arguments.verbose,
+                   "Also the buffer and the record the library would be handed");
+
+    const bool wantsHelp = std::any_of(argv + 1, argv + argc, [](const char* word) {
+        return std::string(word) == "-h" || std::string(word) == "--help" ||
+               std::string(word) == "--version";
+    });
+    if (!wantsHelp) {
+        const char* word = commandWord(argc, argv);
+        if (word == nullptr) {
+            std::cerr << "vexa: error: no command given\n"
+                      << "Run 'vexa --help' for the commands.\n";
+            return 2;
+        }
+        if (std::find(names.begin(), names.end(), word) == names.end()) {
+            const std::string suggestion = vexa::closestName(word, names);
+            std::cerr << "vexa: error: '" << word << "' is not a vexa command"
+                      << (suggestion.empty() ? "" : "; did you mean '" + suggestion + "'?")
+                      << "\nRun 'vexa --help' for the commands.\n";
+            return 2;
+        }
+    }
+    app.require_subcommand(1);
 
     try {
         app.parse(argc, argv);
@@ -315,7 +501,7 @@ int main(int argc, char** argv) {
     }
 
     try {
-        if (info->parsed()) return runInfo(infoPath, arguments);
+        if (info->parsed()) return runInfo(infoPaths, json, arguments);
         for (const Command& command : commands) {
             if (command.app->parsed()) return runOperation(command.operation, arguments);
         }

@@ -1,4 +1,4 @@
-// Clips frame by frame, folders of pictures in parallel, and the info command.
+// Clips frame by frame, and folders of pictures in parallel.
 #include "CliSupport.h"
 
 namespace vexa::cli::test {
@@ -55,15 +55,30 @@ TEST_F(BatchTest, FailuresOfTheOperationItselfAreCountedPerFile) {
 
 TEST_F(BatchTest, AllGoodWithAnotherOutputType) {
     save("extra.yuv", noiseImage(kYuv420, 16, 8));
-    const Outcome run = batch({"rsz", "in", "extra.yuv", "--size", "16x8", "--to", "12x6", "--ext",
+    const Outcome run = batch({"rsz", "in", "extra.yuv", "--size", "16x8", "--to", "12x6!", "--ext",
                                "nv12", "-o", "out", "-j", "3"},
                               0, 6, 0);
     EXPECT_EQ(run.err, "");
+    EXPECT_EQ(countOf(run.out, "done: "), 0u);
     const Names names = entries("out");
     EXPECT_EQ(names, (Names{"extra.nv12", "p0.nv12", "p1.nv12", "p2.nv12", "p3.nv12", "p4.nv12"}));
     for (const std::string& name : names) {
         EXPECT_EQ(load("out/" + name, 12, 6).colorFormat, kNv12) << name;
     }
+}
+
+// On a terminal a line shows files done, the time left and the file at work; --verbose
+// names each file done instead.
+TEST_F(BatchTest, ProgressOnATerminalAndFilesNamedWithVerbose) {
+    const std::string line =
+        "cd " + quote(path("")) + " && " + quote(VEXA_BINARY) + " rot in --angle 90 -o out -j 1";
+    const std::string command =
+        "script -qec " + quote(line) + " /dev/null >" + quote((root_ / "tty").string());
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    expectMentions(slurp(root_ / "tty"), {"\033[K[......", "] 0/5, in/p0.png", "] 1/5, ",
+                                          " s left, in/p1.png", "5 files, 0 failed"});
+    const Outcome run = ok({"rot", "in", "--angle", "90", "-o", "out", "-v"});
+    expectMentions(run.out, {"done: in/p0.png -> out/p0.png\n", "done: in/p4.png -> out/p4.png\n"});
 }
 
 TEST_F(BatchTest, RefusedBeforeAnythingRuns) {
@@ -193,35 +208,6 @@ TEST_F(StreamTest, BrokenStreamsSayWhereAndLeaveNoPartialFile) {
     const std::string out = slurp(path("out.y4m"));
     EXPECT_EQ(countOf(out, "FRAME\n"), 3u);
     EXPECT_EQ(out.size(), out.find('\n') + 1 + 3 * (6 + 768));
-}
-
-using InfoTest = CliTest;
-
-TEST_F(InfoTest, PrintsTheBufferAndTheRecord) {
-    save("in.png", noiseImage(kRgb, 12, 6));
-    save("in.nv12", noiseImage(kNv12, 10, 6));
-    Outcome run = ok({"info", "in.png"});
-    expectMentions(run.out, {"in.png: 12x6 rgb", "form=", "format=", "data=", "colorFormat=",
-                             "plane 0: 12x6 stride=36"});
-    EXPECT_FALSE(contains(run.out, "plane 1"));
-    run = ok({"info", "in.nv12", "--size", "10x6"});
-    expectMentions(run.out, {"10x6 nv12", "plane 1: 5x3"});
-    EXPECT_FALSE(contains(run.out, "plane 2"));
-
-    for (const char* name : {"in.nv12", "nothing.png"}) {
-        run = vexa({"info", name});
-        EXPECT_EQ(run.code, 1) << run.dump();
-        expectMentions(run.err, {name});
-    }
-}
-
-TEST_F(InfoTest, VerboseShowsWhatTheLibraryWasHanded) {
-    save("in.png", noiseImage(kRgb, 34, 18));
-    const Outcome run = ok({"rszPd", "in.png", "--factor", "4", "-v", "-o", "out.png"});
-    // Packed input is made planar and cut to a multiple of 8 before downscaling.
-    expectMentions(run.out, {"trimming 34x18 to 32x16", "input record: colorFormat=",
-                             "output record: colorFormat=", "rszPd returned 0"});
-    EXPECT_EQ(load("out.png").width, 8);
 }
 
 }  // namespace
