@@ -143,6 +143,21 @@ Size downscaled(int cols, int rows, int k) {
     return {cols / (2 * k) * 2, rows / (2 * k) * 2};
 }
 
+// Says once that a 4:2:0 picture loses its odd row or column; refuses one too small to keep.
+void noteEven(int colorFormat, Size size, Size even, bool turned) {
+    if (even.cols < 2 || even.rows < 2) {
+        throw UsageError(mivo::format("%dx%d is too small for a 4:2:0 picture (at least 2x2)",
+                                      size.cols, size.rows));
+    }
+    if (turned) {
+        std::swap(size.cols, size.rows);
+        std::swap(even.cols, even.rows);
+    }
+    noteOnce("even", mivo::format("%s needs an even width and height: %dx%d becomes %dx%d",
+                                  vexa::io::colorFormatName(colorFormat), size.cols, size.rows,
+                                  even.cols, even.rows));
+}
+
 void checkLibrarySize(int cols, int rows) {
     if (cols > kLibraryMaxSide || rows > kLibraryMaxSide) {
         throw UsageError(mivo::format("%dx%d is %s than the image library supports (%d)", cols,
@@ -318,6 +333,11 @@ Worker::Plan Worker::planFor(int cols, int rows, int inputFormat,
     }
     // The plugin's own mirror writes whole words and row pairs.
     if (op == Operation::Flip && p.ownFlip) plan.trim = {cols / 4 * 4, rows / 4 * 4};
+    if (isYuv(plan.workFormat) && !isYuv(inputFormat) && ((plan.trim.cols | plan.trim.rows) & 1)) {
+        const Size even{plan.trim.cols & ~1, plan.trim.rows & ~1};
+        noteEven(plan.workFormat, plan.trim, even, false);
+        plan.trim = even;
+    }
 
     // 4:2:0 pictures have even sides: the plugin's resize, crop and conversion into 4:2:0
     // drop an odd row or column. An RGB file is better served by working in RGB; a 4:2:0
@@ -340,16 +360,7 @@ Worker::Plan Worker::planFor(int cols, int rows, int inputFormat,
         isYuv(resultFormat) ? !isYuv(plan.workFormat) || resizesOrCuts : isYuv(fileFormat);
     if (!evened) return plan;
     const Size even{result.cols & ~1, result.rows & ~1};
-    if (even.cols < 2 || even.rows < 2) {
-        throw UsageError(mivo::format("%dx%d is too small for a 4:2:0 picture (at least 2x2)",
-                                      result.cols, result.rows));
-    }
-    const bool turned = turnsSides(p);
-    noteOnce("even", mivo::format(
-                         "%s needs an even width and height: %dx%d becomes %dx%d",
-                         vexa::io::colorFormatName(isYuv(resultFormat) ? resultFormat : fileFormat),
-                         turned ? result.rows : result.cols, turned ? result.cols : result.rows,
-                         turned ? even.rows : even.cols, turned ? even.cols : even.rows));
+    noteEven(isYuv(resultFormat) ? resultFormat : fileFormat, result, even, turnsSides(p));
     if (sized) {
         plan.target = even;
     } else if (op == Operation::Crop) {
@@ -488,11 +499,12 @@ vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& o
         hdr ? mivo::COLOR_SPACE_BT2020 : defaultColorSpace(image.colorFormat));
     checkLibrarySize(image.width, image.height);
     const Plan plan = planFor(image.width, image.height, image.colorFormat, outputType);
-    std::shared_ptr<MediaBuffer> in = convert(
+    // Cut before converting, so that a conversion into 4:2:0 meets even sides only.
+    std::shared_ptr<MediaBuffer> in = trim(
         toBuffer(image, colorSpace, hdr ? std::optional<int>(parameters_.hdrType) : std::nullopt),
-        plan.workFormat);
+        plan.trim.cols, plan.trim.rows, verbose);
+    in = convert(in, plan.workFormat);
     check(*in, plan);
-    in = trim(in, plan.trim.cols, plan.trim.rows, verbose);
     const std::shared_ptr<mivo::MediaFormat> wish = wishFor(*in, plan);
     auto slot = mivo::core::OutputSlot::create(wish);
     std::shared_ptr<MediaBuffer> out = slot;

@@ -62,21 +62,22 @@ unsigned defaultJobs() {
 CLI::Validator wholeNumber(long long low, long long high) {
     const std::string range = high == LLONG_MAX
                                   ? std::to_string(low) + " or more"
-                                  : "from " + std::to_string(low) + " to " + std::to_string(high);
+                                  : std::to_string(low) + " to " + std::to_string(high);
     return CLI::Validator(
         [=](std::string& text) -> std::string {
             const bool digits = !text.empty() && text.size() < 12 &&
                                 text.find_first_not_of("0123456789") == std::string::npos;
             if (digits && std::stoll(text) >= low && std::stoll(text) <= high) return "";
-            return "'" + text + "' is not allowed: give a whole number " + range;
+            return "'" + text + "' is not allowed: give a whole number " +
+                   (high == LLONG_MAX ? "" : "from ") + range;
         },
         range);
 }
 
-const char* const kSizeHelp =
-    "Target size, as in ImageMagick: WxH fits inside the box keeping the aspect ratio, WxH! is "
-    "exactly that, W (or Wx) and xH give one side, N% scales (W%xH% each side), WxH^ fills the "
-    "box, WxH> only shrinks, WxH< only enlarges; sides round to the nearest pixel";
+const std::string kGeometry =
+    "WxH fits inside the box keeping the aspect ratio, WxH! is exactly that, W (or Wx) and xH "
+    "give one side, N% scales (W%xH% each side), WxH^ fills the box, WxH> only shrinks, WxH< "
+    "only enlarges; sides round to the nearest pixel";
 
 const char* const kRules =
     "Output: the type follows -o's extension. Without -o it is <input>.<command>.<ext> here, "
@@ -138,7 +139,8 @@ void addCommonOptions(CLI::App& app, Arguments& a) {
 
 void addOperationOptions(Operation operation, CLI::App& app, Arguments& a) {
     const auto sizeOption = [&](bool required) {
-        auto* option = app.add_option("--to", a.size, kSizeHelp);
+        auto* option =
+            app.add_option("--to", a.size, "Target size, as in ImageMagick: " + kGeometry);
         if (required) option->required();
     };
     const auto formatOption = [&]() {
@@ -431,7 +433,7 @@ int main(int argc, char** argv) {
         "Every operation runs through the plugin and the image library; files are "
         "written whole or not at all."};
     app.set_version_flag("--version", "vexa 0.1.0");
-    app.footer(std::string("Sizes (--to): ") + kSizeHelp + ".\n" + kRules);
+    app.footer("Sizes (--to), as in ImageMagick: " + kGeometry + ".\n" + kRules);
 
     Arguments arguments;
     arguments.jobs = defaultJobs();

@@ -285,6 +285,8 @@ TEST_F(SizeTest, OddSidesAndFourTwoZero) {
         {{"rszCsc", "in.png", "--to", "33x17!", "--to-format", "nv12"}, "o.nv12", 32, 16, "33x17 becomes 32x16"},
         {{"rotate", "in.png", "--angle", "90"}, "o.nv12", 40, 60, "41x61 becomes 40x60"},
         {{"convert", "in.png", "--to-format", "yuv420"}, "o.png", 60, 40, "yuv420 needs"},
+        {{"rotate", "in.png", "--angle", "90", "--work-format", "nv12"}, "o.png", 40, 60, "nv12 needs an even width and height: 61x41 becomes 60x40"},
+        {{"downscale", "in.png", "--factor", "2"}, "o.png", 30, 20, ""},
     };
     // clang-format on
     for (const Case& c : cases) {
