@@ -426,6 +426,49 @@ const char* commandWord(int argc, char** argv) {
     return nullptr;
 }
 
+// The first option word after the command that the command does not know, named with the
+// nearest it does; "" when all are known. Values of options are passed over.
+std::string unknownOption(const CLI::App& command, int argc, char** argv, const char* word) {
+    std::vector<std::string> names;
+    std::vector<std::string> taking;  // names of options that take a value
+    for (const CLI::Option* option : command.get_options()) {
+        for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+        for (const std::string& name : option->get_snames()) names.push_back("-" + name);
+        if (option->get_type_size_max() > 0) {
+            for (auto it = names.end() - static_cast<std::ptrdiff_t>(option->get_lnames().size() +
+                                                                     option->get_snames().size());
+                 it != names.end(); ++it) {
+                taking.push_back(*it);
+            }
+        }
+    }
+    const auto known = [&](const std::string& name) {
+        return std::find(names.begin(), names.end(), name) != names.end();
+    };
+    int i = 1;
+    while (argv[i] != word) ++i;
+    for (++i; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg == "--") break;
+        if (arg.size() < 2 || arg[0] != '-' || std::isdigit(static_cast<unsigned char>(arg[1]))) {
+            continue;
+        }
+        const std::string name = arg.substr(0, arg.find('='));
+        // Short options may carry their value: -j2.
+        const std::string shortName = arg.compare(0, 2, "--") == 0 ? name : arg.substr(0, 2);
+        if (known(name) || known(shortName)) {
+            const bool joined = name != arg || (shortName != arg && !known(name));
+            if (!joined && std::find(taking.begin(), taking.end(), name) != taking.end()) ++i;
+            continue;
+        }
+        // One letter is too little to guess from.
+        const std::string nearest = name.size() > 2 ? vexa::closestName(name, names) : "";
+        return "'" + name + "' is not an option of " + word +
+               (nearest.empty() ? "" : "; did you mean '" + nearest + "'?");
+    }
+    return "";
+}
+
 int main(int argc, char** argv) {
     vexa::io::removeTemporariesOnSignals();
     CLI::App app{
@@ -483,6 +526,12 @@ int main(int argc, char** argv) {
             std::cerr << "vexa: error: '" << word << "' is not a vexa command"
                       << (suggestion.empty() ? "" : "; did you mean '" + suggestion + "'?")
                       << "\nRun 'vexa --help' for the commands.\n";
+            return 2;
+        }
+        const std::string unknown = unknownOption(*app.get_subcommand(word), argc, argv, word);
+        if (!unknown.empty()) {
+            std::cerr << "vexa: error: " << unknown << "\nRun 'vexa " << word
+                      << " --help' for its options.\n";
             return 2;
         }
     }

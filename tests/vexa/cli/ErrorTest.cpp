@@ -129,6 +129,8 @@ TEST_F(ErrorTest, UsageErrorsInWords) {
         {{"resise", "in.png"}, "'resise' is not a vexa command; did you mean 'resize'?" + commands},
         {{"-v", "gamot", "in.png"}, "'gamot' is not a vexa command; did you mean 'gamut'?" + commands},
         {{"-j", "2", "sharpen", "in.png"}, "'sharpen' is not a vexa command" + commands},
+        {{"rotate", "in.png", "-j3", "--angel=90"}, "'--angel' is not an option of rotate; did you mean '--angle'?\nRun 'vexa rotate --help' for its options.\n"},
+        {{"info", "in.png", "--size", "-x", "-x"}, "'-x' is not an option of info\nRun 'vexa info --help' for its options.\n"},
         {{"rszPd", "in.png", "--factor", "0"}, "--factor: '0' is not allowed: give a whole number from 1 to 32768" + usage},
         {{"rot", "in.png", "--angle", "90", "-j", "0"}, "--jobs: '0' is not allowed: give a whole number from 1 to 256" + usage},
         {{"-j", "x", "rot", "in.png", "--angle", "90"}, "--jobs: 'x' is not allowed: give a whole number from 1 to 256" + usage},
