@@ -143,8 +143,9 @@ Size downscaled(int cols, int rows, int k) {
     return {cols / (2 * k) * 2, rows / (2 * k) * 2};
 }
 
-// Says once that a 4:2:0 picture loses its odd row or column; refuses one too small to keep.
-void noteEven(int colorFormat, Size size, Size even, bool turned) {
+// Says once per run and `what` that a 4:2:0 picture loses its odd row or column; refuses one
+// too small to keep.
+void noteEven(const char* what, int colorFormat, Size size, Size even, bool turned) {
     if (even.cols < 2 || even.rows < 2) {
         throw UsageError(mivo::format("%dx%d is too small for a 4:2:0 picture (at least 2x2)",
                                       size.cols, size.rows));
@@ -153,9 +154,9 @@ void noteEven(int colorFormat, Size size, Size even, bool turned) {
         std::swap(size.cols, size.rows);
         std::swap(even.cols, even.rows);
     }
-    noteOnce("even", mivo::format("%s needs an even width and height: %dx%d becomes %dx%d",
-                                  vexa::io::colorFormatName(colorFormat), size.cols, size.rows,
-                                  even.cols, even.rows));
+    noteOnce(what, mivo::format("%s needs an even width and height: %dx%d becomes %dx%d",
+                                vexa::io::colorFormatName(colorFormat), size.cols, size.rows,
+                                even.cols, even.rows));
 }
 
 void checkLibrarySize(int cols, int rows) {
@@ -335,7 +336,7 @@ Worker::Plan Worker::planFor(int cols, int rows, int inputFormat,
     if (op == Operation::Flip && p.ownFlip) plan.trim = {cols / 4 * 4, rows / 4 * 4};
     if (isYuv(plan.workFormat) && !isYuv(inputFormat) && ((plan.trim.cols | plan.trim.rows) & 1)) {
         const Size even{plan.trim.cols & ~1, plan.trim.rows & ~1};
-        noteEven(plan.workFormat, plan.trim, even, false);
+        noteEven("input", plan.workFormat, plan.trim, even, false);
         plan.trim = even;
     }
 
@@ -360,7 +361,8 @@ Worker::Plan Worker::planFor(int cols, int rows, int inputFormat,
         isYuv(resultFormat) ? !isYuv(plan.workFormat) || resizesOrCuts : isYuv(fileFormat);
     if (!evened) return plan;
     const Size even{result.cols & ~1, result.rows & ~1};
-    noteEven(isYuv(resultFormat) ? resultFormat : fileFormat, result, even, turnsSides(p));
+    noteEven("result", isYuv(resultFormat) ? resultFormat : fileFormat, result, even,
+             turnsSides(p));
     if (sized) {
         plan.target = even;
     } else if (op == Operation::Crop) {

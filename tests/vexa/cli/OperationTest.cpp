@@ -300,6 +300,11 @@ TEST_F(SizeTest, OddSidesAndFourTwoZero) {
         const Image out = load(c.output, c.width, c.height);
         EXPECT_EQ(std::pair(out.width, out.height), std::pair(c.width, c.height));
     }
+    // Said once for a whole batch.
+    save("b.png", noiseImage(kRgb, 33, 17));
+    const Outcome run =
+        ok({"resize", "in.png", "b.png", "--to", "50%", "--ext", "nv12", "-o", "d"});
+    EXPECT_EQ(countOf(run.err, "vexa: note: "), 1u) << run.err;
 }
 
 // Without -o the name is <stem>.<command>.<ext>, the type the input's or the one asked for.
