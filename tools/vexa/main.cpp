@@ -546,7 +546,11 @@ int main(int argc, char** argv) {
     } catch (const CLI::CallForVersion& e) {
         return app.exit(e);
     } catch (const CLI::ParseError& e) {
-        std::cerr << "vexa: error: " << e.what()
+        const std::string what = e.what();
+        std::cerr << "vexa: error: "
+                  << (what == "inputs is required" || what == "files is required"
+                          ? "no input given: name files, folders or - (standard input)"
+                          : what)
                   << "\nRun 'vexa --help' or 'vexa <command> --help' for usage.\n";
         return 2;
     }
