@@ -324,6 +324,7 @@ Worker::Plan Worker::planFor(int cols, int rows, int inputFormat,
                              " needs a target size (--to WIDTHxHEIGHT)");
         }
         plan.target = resolve(*p.size, cols, rows);
+        checkLibrarySize(plan.target.cols, plan.target.rows);
     }
     if (op == Operation::Crop && p.rect) plan.rect = *p.rect;
     if (op == Operation::RszPd) {
@@ -403,7 +404,6 @@ void Worker::check(const MediaBuffer& input, const Plan& plan) const {
         case Operation::Rsz:
         case Operation::RszRot:
         case Operation::RszCsc:
-            checkLibrarySize(plan.target.cols, plan.target.rows);
             if ((subsampled || (p.colorFormat && mivo::isMultiPlaneColorFormat(*p.colorFormat))) &&
                 (plan.target.cols < 2 || plan.target.rows < 2)) {
                 throw UsageError("a 4:2:0 picture cannot be smaller than 2x2");
