@@ -20,6 +20,7 @@ class ErrorTest : public CliTest {
         CliTest::SetUp();
         save("in.png", noiseImage(kRgb, 64, 48));
         save("in.yuv", noiseImage(kYuv420, 34, 18));
+        save("wide.png", noiseImage(kRgb, 32769, 1));
         const std::string png = slurp(path("in.png"));
         writeBytes(path("cut.png"), png.substr(0, png.size() / 2));
         writeBytes(path("text.png"), "not a picture at all");
@@ -76,6 +77,7 @@ TEST_F(ErrorTest, ImpossibleSizesAndRectangles) {
         {{"rszPd", "in.png", "--to", "30%", "-o", "out.png"}, 1, {"'30%'", "50%, 33.3%"}},
         {{"rsz", "in.png", "--to", "32769x10!", "-o", "out.png"}, 1, {"in.png: 32769x10 is wider than the image library supports (32768)"}},
         {{"rsz", "in.png", "--to", "x40000", "-o", "out.png"}, 1, {"53333x40000 is wider than"}},
+        {{"rot", "wide.png", "--angle", "90", "-o", "out.png"}, 1, {"wide.png: 32769x1 is wider than the image library supports (32768)"}},
         {{"rszRot", "in.png", "--to", "10x32769!", "--angle", "90", "-o", "out.png"}, 1, {"10x32769 is taller than"}},
         {{"rsz", "in.yuv", "--size", "34x18", "--to", "1x1!", "-o", "out.yuv"}, 1, {"1x1 is too small for a 4:2:0 picture"}},
     };
