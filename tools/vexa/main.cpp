@@ -500,6 +500,7 @@ int main(int argc, char** argv) {
     CLI::App* info = app.add_subcommand(
         "info", "Describe picture files: type, size, colour format and space, frames, bytes");
     names.push_back("info");
+    info->footer("");
     info->add_option("files", infoPaths, "Picture files or folders")->required();
     info->add_option("--size", arguments.rawSize, "Size of raw files, WIDTHxHEIGHT");
     info->add_option("--format", arguments.rawFormat,
