@@ -332,7 +332,8 @@ std::string jsonString(const std::string& text) {
     return out + "\"";
 }
 
-std::string fileType(const std::string& path) {
+std::string fileType(const std::string& path, const vexa::io::RawOptions& raw) {
+    if (path == "-") return raw.width > 0 ? "raw" : "Y4M";  // as standard input is read
     std::string extension = std::filesystem::path(path).extension().string();
     for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     if (extension == ".png") return "PNG";
@@ -347,11 +348,17 @@ void describeFile(const std::string& path, const vexa::Parameters& parameters, b
     vexa::io::FrameReader reader(path, parameters.raw);
     vexa::io::Image image;
     if (!reader.next(image)) throw vexa::io::IoError("cannot read '" + path + "': no frames");
-    const std::string type = fileType(path);
+    const std::string type = fileType(path, parameters.raw);
     long long frames = reader.frameCountHint();
-    if (frames < 0) frames = 1;  // PNG and JPEG
+    if (path == "-") {
+        // A pipe tells its length only by being read to the end.
+        for (frames = 1; reader.skip();) ++frames;
+    } else if (frames < 0) {
+        frames = 1;  // PNG and JPEG
+    }
     std::error_code ec;
-    const auto bytes = static_cast<long long>(std::filesystem::file_size(path, ec));
+    const uintmax_t size = std::filesystem::file_size(path, ec);
+    const std::string bytes = ec ? "null" : std::to_string(size);
     const bool assumed = !parameters.inputColorSpace;
     const int space =
         parameters.inputColorSpace.value_or(vexa::defaultColorSpace(image.colorFormat));
@@ -370,10 +377,11 @@ void describeFile(const std::string& path, const vexa::Parameters& parameters, b
     }
     std::string frameWords = std::to_string(frames) + (frames == 1 ? " frame" : " frames");
     if (!rate.empty()) frameWords += " at " + vexa::frameRateWords(rate);
-    out << path << ": " << type << ", " << image.width << "x" << image.height << ", "
-        << vexa::colorFormatWords(image.colorFormat, bits) << ", " << vexa::colorSpaceWords(space)
-        << (assumed ? " (assumed: untagged)" : "") << ", " << frameWords << ", "
-        << vexa::bytesInWords(static_cast<double>(bytes)) << "\n";
+    out << (path == "-" ? "standard input" : path) << ": " << type << ", " << image.width << "x"
+        << image.height << ", " << vexa::colorFormatWords(image.colorFormat, bits) << ", "
+        << vexa::colorSpaceWords(space) << (assumed ? " (assumed: untagged)" : "") << ", "
+        << frameWords << ", "
+        << (ec ? "from a pipe" : vexa::bytesInWords(static_cast<double>(size))) << "\n";
     if (verbose) {
         const auto buffer = vexa::toBuffer(image, space);
         out << "buffer: " << buffer->toString() << "\n"

@@ -63,11 +63,11 @@ class CliTest : public mivo::test::ScratchDirTest {
     // Files the command sees live in work/; its output streams are kept beside it.
     std::string path(const std::string& name) const { return (root_ / "work" / name).string(); }
 
-    Outcome vexa(const std::vector<std::string>& args) const {
+    Outcome vexa(const std::vector<std::string>& args, const std::string& in = "/dev/null") const {
         std::string command =
             "cd " + quote((root_ / "work").string()) + " && exec " + quote(VEXA_BINARY);
         for (const std::string& arg : args) command += " " + quote(arg);
-        command += " </dev/null >" + quote((root_ / "stdout").string()) + " 2>" +
+        command += " <" + quote(in) + " >" + quote((root_ / "stdout").string()) + " 2>" +
                    quote((root_ / "stderr").string());
         const int status = std::system(command.c_str());
         Outcome run;

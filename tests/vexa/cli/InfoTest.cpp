@@ -46,6 +46,11 @@ TEST_F(InfoTest, SummaryJsonAndVerbose) {
                   "\"colorSpace\": \"bt2020\", \"colorSpaceAssumed\": false, \"frames\": 3, "
                   "\"frameRate\": \"30000:1001\", \"bytes\": 87, \"frameBytes\": 12}\n]\n");
 
+    run = vexa({"info", "-"}, path("d/clip.y4m"));
+    EXPECT_EQ(run.out,
+              "standard input: Y4M, 4x2, yuv420 (8-bit YUV 4:2:0, three planes), BT.709, limited "
+              "range (assumed: untagged), 3 frames at 29.97 fps, from a pipe\n");
+
     run = ok({"info", "in.nv12", "--size", "10x6", "-v"});
     expectMentions(run.out, {"buffer: {", "data=", "record: colorFormat=", "plane 1: 5x3"});
     EXPECT_FALSE(contains(run.out, "plane 2"));
