@@ -68,16 +68,16 @@ TEST_F(BatchTest, AllGoodWithAnotherOutputType) {
 }
 
 // On a terminal a line shows files done, the time left and the file at work; --verbose
-// names each file done instead.
+// names each file done instead. Options that apply everywhere may come before the command.
 TEST_F(BatchTest, ProgressOnATerminalAndFilesNamedWithVerbose) {
     const std::string line =
-        "cd " + quote(path("")) + " && " + quote(VEXA_BINARY) + " rot in --angle 90 -o out -j 1";
+        "cd " + quote(path("")) + " && " + quote(VEXA_BINARY) + " -j 1 rot in --angle 90 -o out";
     const std::string command =
         "script -qec " + quote(line) + " /dev/null >" + quote((root_ / "tty").string());
     ASSERT_EQ(std::system(command.c_str()), 0);
     expectMentions(slurp(root_ / "tty"), {"\033[K[......", "] 0/5, in/p0.png", "] 1/5, ",
                                           " s left, in/p1.png", "5 files, 0 failed"});
-    const Outcome run = ok({"rot", "in", "--angle", "90", "-o", "out", "-v"});
+    const Outcome run = ok({"-v", "-j", "2", "rot", "in", "--angle", "90", "-o", "out"});
     expectMentions(run.out, {"done: in/p0.png -> out/p0.png\n", "done: in/p4.png -> out/p4.png\n"});
 }
 

@@ -153,13 +153,6 @@ TEST_F(ErrorTest, UsageErrorsInWords) {
     }
 }
 
-// Options that apply everywhere may come before the command.
-TEST_F(ErrorTest, GlobalOptionsBeforeTheCommand) {
-    const Outcome run = ok({"-v", "-j", "2", "rotate", "in.png", "--angle", "90", "-o", "o.png"});
-    expectMentions(run.out, {"rot returned 0"});
-    expectMentions(run.err, {"1 frame(s) in"});
-}
-
 // Out of memory names the picture and its size; sanitizers need address space of their own.
 #ifndef __SANITIZE_ADDRESS__
 TEST_F(ErrorTest, OutOfMemoryNamesThePicture) {

@@ -234,15 +234,6 @@ TEST_F(PixelTest, PlaneLayoutChangesAreLossless) {
     EXPECT_TRUE(load("b.yuv", 18, 10).data == in.data);
 }
 
-TEST_F(PixelTest, FrameOptionPicksTheFrameOfARawFile) {
-    const Image first = noiseImage(kYuv420, 8, 4, 1);
-    const Image second = noiseImage(kYuv420, 8, 4, 2);
-    writeBytes(path("clip.yuv"), std::string(first.data.begin(), first.data.end()) +
-                                     std::string(second.data.begin(), second.data.end()));
-    ok({"rot", "clip.yuv", "--size", "8x4", "--frame", "1", "--angle", "0", "-o", "out.yuv"});
-    EXPECT_TRUE(load("out.yuv", 8, 4).data == second.data);
-}
-
 using SizeTest = CliTest;
 
 // Expected sizes are ImageMagick's for the same geometry on a 61x41 picture.
