@@ -335,15 +335,18 @@ Worker::Plan Worker::planFor(int cols, int rows, int inputFormat,
     }
     // The plugin's own mirror writes whole words and row pairs.
     if (op == Operation::Flip && p.ownFlip) plan.trim = {cols / 4 * 4, rows / 4 * 4};
-    if (isYuv(plan.workFormat) && !isYuv(inputFormat) && ((plan.trim.cols | plan.trim.rows) & 1)) {
+    // The plugin's conversions into 4:2:0 (here into the work format, later into the output
+    // file's) drop an odd row or column, and between two 4:2:0 layouts fail: cut first.
+    if (isYuv(plan.workFormat) && plan.workFormat != inputFormat &&
+        ((plan.trim.cols | plan.trim.rows) & 1)) {
         const Size even{plan.trim.cols & ~1, plan.trim.rows & ~1};
         noteEven("input", plan.workFormat, plan.trim, even, false);
         plan.trim = even;
     }
 
-    // 4:2:0 pictures have even sides: the plugin's resize, crop and conversion into 4:2:0
-    // drop an odd row or column. An RGB file is better served by working in RGB; a 4:2:0
-    // result is made even here, and said so, rather than by the plugin.
+    // The plugin's resize and crop of 4:2:0 pictures drop an odd row or column too. An RGB
+    // file is better served by working in RGB; a 4:2:0 result is made even here, and said
+    // so, rather than by the plugin.
     const Size result = sized                   ? plan.target
                         : op == Operation::Crop ? Size{plan.rect.getWidth(), plan.rect.getHeight()}
                                                 : plan.trim;
@@ -358,12 +361,11 @@ Worker::Plan Worker::planFor(int cols, int rows, int inputFormat,
     const bool converts =
         op == Operation::Csc || op == Operation::RszCsc || op == Operation::CscRot;
     const int resultFormat = converts && p.colorFormat ? *p.colorFormat : plan.workFormat;
-    const bool evened =
-        isYuv(resultFormat) ? !isYuv(plan.workFormat) || resizesOrCuts : isYuv(fileFormat);
-    if (!evened) return plan;
+    const bool resultEvened =
+        isYuv(resultFormat) && (resizesOrCuts || op == Operation::Csc || !isYuv(plan.workFormat));
+    if (!resultEvened && !(isYuv(fileFormat) && fileFormat != resultFormat)) return plan;
     const Size even{result.cols & ~1, result.rows & ~1};
-    noteEven("result", isYuv(resultFormat) ? resultFormat : fileFormat, result, even,
-             turnsSides(p));
+    noteEven("result", resultEvened ? resultFormat : fileFormat, result, even, turnsSides(p));
     if (sized) {
         plan.target = even;
     } else if (op == Operation::Crop) {

@@ -259,6 +259,7 @@ TEST_F(SizeTest, GeometryAsInImageMagick) {
 TEST_F(SizeTest, OddSidesAndFourTwoZero) {
     save("in.png", noiseImage(kRgb, 61, 41));
     save("in.nv12", noiseImage(kNv12, 34, 18));
+    save("odd.nv12", noiseImage(kNv12, 33, 17));
     struct Case {
         std::vector<std::string> args;
         std::string output;
@@ -278,6 +279,9 @@ TEST_F(SizeTest, OddSidesAndFourTwoZero) {
         {{"convert", "in.png", "--to-format", "yuv420"}, "o.png", 60, 40, "yuv420 needs"},
         {{"rotate", "in.png", "--angle", "90", "--work-format", "nv12"}, "o.png", 40, 60, "nv12 needs an even width and height: 61x41 becomes 60x40"},
         {{"downscale", "in.png", "--factor", "2"}, "o.png", 30, 20, ""},
+        {{"rotate", "odd.nv12", "--size", "33x17", "--angle", "90"}, "o.nv12", 17, 33, ""},
+        {{"rotate", "odd.nv12", "--size", "33x17", "--angle", "90"}, "o.yuv", 16, 32, "yuv420 needs an even width and height: 17x33 becomes 16x32"},
+        {{"convert", "odd.nv12", "--size", "33x17", "--to-format", "nv21"}, "o.nv21", 32, 16, "nv21 needs"},
     };
     // clang-format on
     for (const Case& c : cases) {
