@@ -84,10 +84,17 @@ std::shared_ptr<MediaBuffer> runInto(mivo::ext::VexaPlugin& plugin,
     return slot->get();
 }
 
+// PNG holds rgb and rgba alike; raw .rgba files hold rgba only.
+bool isPng(const std::string& path) {
+    std::string extension = path.substr(std::min(path.size(), path.rfind('.')));
+    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return extension == ".png";
+}
+
 // The formats a file type can hold as they are.
 bool fileHolds(const std::string& path, int colorFormat) {
     const int preferred = vexa::io::preferredColorFormatForExtension(path);
-    if (preferred == vexa::io::kRgba) {  // PNG keeps rgb as well
+    if (isPng(path)) {  // rgb as well as rgba
         return colorFormat == vexa::io::kRgba || colorFormat == vexa::io::kRgb;
     }
     return colorFormat == preferred;
@@ -121,14 +128,14 @@ bool hasAlpha(int colorFormat) {
 int fileFormatFor(const std::string& path, int resultFormat, int inputFormat) {
     if (fileHolds(path, inputFormat)) return inputFormat;
     const int preferred = vexa::io::preferredColorFormatForExtension(path);
-    if (preferred == vexa::io::kRgba && !hasAlpha(resultFormat)) return vexa::io::kRgb;
+    if (isPng(path) && !hasAlpha(resultFormat)) return vexa::io::kRgb;
     return preferred;
 }
 
 // The packed format an RGB file holds a picture without alpha in.
 int rgbFormatFor(const std::string& path) {
     const int preferred = vexa::io::preferredColorFormatForExtension(path);
-    return preferred == vexa::io::kRgba ? vexa::io::kRgb : preferred;
+    return isPng(path) ? vexa::io::kRgb : preferred;
 }
 
 bool turnsSides(const Parameters& p) {
@@ -485,10 +492,11 @@ std::shared_ptr<MediaBuffer> Worker::convert(const std::shared_ptr<MediaBuffer>&
     const int from = buffer->getFormat()->getColorFormat();
     if (from == colorFormat) return buffer;
     // Between RGBA and nv12/nv21 the plugin uses full-range BT.601 whatever the buffers say;
-    // through I420 the files' own colour space holds.
+    // through RGB the files' own colour space holds (and odd sides stay, as they would not
+    // through I420).
     if ((from == mivo::COLOR_FORMAT_RGBA && isTwoPlaneYuv(colorFormat)) ||
         (isTwoPlaneYuv(from) && colorFormat == mivo::COLOR_FORMAT_RGBA)) {
-        return convert(convert(buffer, mivo::COLOR_FORMAT_YUV420), colorFormat);
+        return convert(convert(buffer, mivo::COLOR_FORMAT_RGB), colorFormat);
     }
     std::unique_ptr<mivo::MutableMediaFormat> wish = buffer->getFormat()->mutableCopy();
     wish->setColorFormat(colorFormat);

@@ -64,6 +64,7 @@ const Shape kShapes[] = {
     {"ConvertI420ToRgba", {"csc", "in.yuv", "--size", "34x18", "--to-format", "rgba"}, "o.rgba", 34, 18, kRgba},
     {"Rotate90", {"rot", "in.png", "--angle", "90"}, "o.png", 48, 64, kRgb},
     {"RotateAlias180", {"rotate", "in.png", "--angle", "180"}, "o.png", 64, 48, kRgb},
+    {"RotateIntoRawRgba", {"rot", "in.png", "--angle", "90"}, "o.rgba", 48, 64, kRgba},
     {"RotateI420", {"rot", "in.yuv", "--size", "34x18", "--angle", "270"}, "o.y4m", 18, 34, kYuv420},
     // The target size is the size before turning.
     {"ResizeRotate", {"rszRot", "in.png", "--to", "40x30", "--angle", "270"}, "o.png", 30, 40, kRgb},
@@ -280,6 +281,7 @@ TEST_F(SizeTest, OddSidesAndFourTwoZero) {
         {{"rotate", "in.png", "--angle", "90", "--work-format", "nv12"}, "o.png", 40, 60, "nv12 needs an even width and height: 61x41 becomes 60x40"},
         {{"downscale", "in.png", "--factor", "2"}, "o.png", 30, 20, ""},
         {{"rotate", "odd.nv12", "--size", "33x17", "--angle", "90"}, "o.nv12", 17, 33, ""},
+        {{"rotate", "odd.nv12", "--size", "33x17", "--angle", "180"}, "o.rgba", 33, 17, ""},
         {{"rotate", "odd.nv12", "--size", "33x17", "--angle", "90"}, "o.yuv", 16, 32, "yuv420 needs an even width and height: 17x33 becomes 16x32"},
         {{"convert", "odd.nv12", "--size", "33x17", "--to-format", "nv21"}, "o.nv21", 32, 16, "nv21 needs"},
     };
