@@ -536,6 +536,7 @@ vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& o
         throw FileError(std::string(mivo::ext::operationName(parameters_.operation)) + ": " +
                         libraryError(result));
     }
+    in.reset();  // the input's memory is not needed for copying the result out
     std::shared_ptr<MediaBuffer> done = slot->get();
     const int resultFormat = done->getFormat()->getColorFormat();
     if (!fileHolds(outputType, resultFormat)) {
