@@ -483,6 +483,7 @@ int main(int argc, char** argv) {
         "vexa: the mivo image-processing plugin on picture files.\n"
         "Every operation runs through the plugin and the image library; files are "
         "written whole or not at all."};
+    app.name("vexa");
     app.set_version_flag("--version", "vexa 0.1.0");
     app.footer("Sizes (--to), as in ImageMagick: " + kGeometry + ".\n" + kRules);
 
@@ -529,6 +530,14 @@ int main(int argc, char** argv) {
             std::cerr << "vexa: error: no command given\n"
                       << "Run 'vexa --help' for the commands.\n";
             return 2;
+        }
+        // As git and go users type it: "vexa help" or "vexa help resize".
+        if (std::string(word) == "help") {
+            const int at = static_cast<int>(std::find(argv, argv + argc, word) - argv);
+            const char* topic = commandWord(argc - at, argv + at);
+            const bool known = topic && std::find(names.begin(), names.end(), topic) != names.end();
+            std::cout << (known ? app.get_subcommand(topic)->help("vexa") : app.help());
+            return 0;
         }
         if (std::find(names.begin(), names.end(), word) == names.end()) {
             const std::string suggestion = vexa::closestName(word, names);

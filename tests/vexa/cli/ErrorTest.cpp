@@ -153,6 +153,13 @@ TEST_F(ErrorTest, UsageErrorsInWords) {
     }
 }
 
+TEST_F(ErrorTest, HelpShowsTheRulesAndEveryDefault) {
+    const Outcome help = ok({"rotate", "--help"});
+    EXPECT_EQ(ok({"-j", "2", "help", "rotate"}).out, help.out);
+    expectMentions(help.out, {"(default: 92)", "one per core)", "bt709 for YUV", "Odd sizes:"});
+    expectMentions(ok({"help"}).out, {"WxH^ fills the box", "rsz, resize"});
+}
+
 // Out of memory names the picture and its size; sanitizers need address space of their own.
 #ifndef __SANITIZE_ADDRESS__
 TEST_F(ErrorTest, OutOfMemoryNamesThePicture) {
