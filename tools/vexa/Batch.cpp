@@ -23,7 +23,7 @@ std::string outputExtension(const std::string& input, const std::string& extensi
     const std::string own = fs::path(input).extension().string();
     if (!toFormat) return own;
     const int holds = vexa::io::preferredColorFormatForExtension(own);
-    if (holds == *toFormat || (holds == vexa::io::kRgba && *toFormat == vexa::io::kRgb)) {
+    if (holds == *toFormat || (isPng(own) && *toFormat == vexa::io::kRgb)) {
         return own;
     }
     switch (*toFormat) {

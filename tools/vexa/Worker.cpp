@@ -84,13 +84,6 @@ std::shared_ptr<MediaBuffer> runInto(mivo::ext::VexaPlugin& plugin,
     return slot->get();
 }
 
-// PNG holds rgb and rgba alike; raw .rgba files hold rgba only.
-bool isPng(const std::string& path) {
-    std::string extension = path.substr(std::min(path.size(), path.rfind('.')));
-    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return extension == ".png";
-}
-
 // The formats a file type can hold as they are.
 bool fileHolds(const std::string& path, int colorFormat) {
     const int preferred = vexa::io::preferredColorFormatForExtension(path);
@@ -175,6 +168,12 @@ void checkLibrarySize(int cols, int rows) {
 }
 
 }  // namespace
+
+bool isPng(const std::string& path) {
+    std::string extension = path.substr(std::min(path.size(), path.rfind('.')));
+    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return extension == ".png";
+}
 
 std::string bytesInWords(double bytes) {
     const char* units[] = {"kB", "MB", "GB", "TB"};

@@ -36,6 +36,9 @@ vexa::io::Image toImage(const mivo::core::MediaBuffer& buffer);
 // A record as text, one line per plane in use.
 std::string describeRecord(const _ZOCA_IMGB& record);
 
+// PNG holds rgb and rgba alike; raw .rgba files hold rgba only.
+bool isPng(const std::string& path);
+
 // The largest side the image library takes.
 constexpr int kLibraryMaxSide = 32768;
 
