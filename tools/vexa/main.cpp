@@ -90,8 +90,9 @@ const char* const kRules =
 
 void addGlobalOptions(CLI::App& app, Arguments& a) {
     app.add_option("-j,--jobs", a.jobs,
-                   "Worker threads: frames of a clip, or files of several inputs (default: " +
-                       std::to_string(defaultJobs()) + ", one per core)")
+                   "Worker threads: frames of a clip, or files of several inputs (default: one "
+                   "per core, here " +
+                       std::to_string(defaultJobs()) + ")")
         ->check(wholeNumber(1, 256));
     app.add_flag("-v,--verbose", a.verbose,
                  "Name each file as it is done, print the buffers and the records handed to the "
