@@ -372,7 +372,8 @@ void describeFile(const std::string& path, const vexa::Parameters& parameters, b
             << ", \"bits\": " << bits
             << ", \"colorSpace\": " << jsonString(vexa::colorSpaceName(space))
             << ", \"colorSpaceAssumed\": " << (assumed ? "true" : "false")
-            << ", \"frames\": " << frames << ", \"frameRate\": " << jsonString(rate)
+            << ", \"frames\": " << frames
+            << ", \"frameRate\": " << (rate.empty() ? "null" : jsonString(rate))
             << ", \"bytes\": " << bytes << ", \"frameBytes\": " << image.data.size() << "}";
         return;
     }

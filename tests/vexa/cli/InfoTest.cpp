@@ -39,7 +39,7 @@ TEST_F(InfoTest, SummaryJsonAndVerbose) {
     EXPECT_EQ(run.out,
               "[\n  {\"file\": \"in.png\", \"type\": \"PNG\", \"width\": 12, \"height\": 6, "
               "\"colorFormat\": \"rgb\", \"bits\": 8, \"colorSpace\": \"bt2020\", "
-              "\"colorSpaceAssumed\": false, \"frames\": 1, \"frameRate\": \"\", \"bytes\": " +
+              "\"colorSpaceAssumed\": false, \"frames\": 1, \"frameRate\": null, \"bytes\": " +
                   std::to_string(fs::file_size(path("in.png"))) +
                   ", \"frameBytes\": 216},\n  {\"file\": \"d/clip.y4m\", \"type\": \"Y4M\", "
                   "\"width\": 4, \"height\": 2, \"colorFormat\": \"yuv420\", \"bits\": 8, "
