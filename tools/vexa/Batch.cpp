@@ -179,6 +179,7 @@ Summary runJobs(const std::vector<Job>& jobs, const Parameters& parameters, unsi
         }
         if (!message.empty()) errors << "vexa: error: " << message << "\n";
         ++done;
+        if (current == job.input) current.clear();
         if (progress) showProgress();
     };
 
