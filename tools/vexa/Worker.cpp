@@ -509,11 +509,19 @@ vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& o
     const int colorSpace = parameters_.inputColorSpace.value_or(
         hdr ? mivo::COLOR_SPACE_BT2020 : defaultColorSpace(image.colorFormat));
     checkLibrarySize(image.width, image.height);
-    const Plan plan = planFor(image.width, image.height, image.colorFormat, outputType);
-    // Cut before converting, so that a conversion into 4:2:0 meets even sides only.
-    std::shared_ptr<MediaBuffer> in = trim(
+    return toImage(*process(
         toBuffer(image, colorSpace, hdr ? std::optional<int>(parameters_.hdrType) : std::nullopt),
-        plan.trim.cols, plan.trim.rows, verbose);
+        outputType, verbose));
+}
+
+std::shared_ptr<MediaBuffer> Worker::process(std::shared_ptr<MediaBuffer> input,
+                                             const std::string& outputType, std::ostream* verbose) {
+    const int inputFormat = input->getFormat()->getColorFormat();
+    checkLibrarySize(input->getCols(), input->getRows());
+    const Plan plan = planFor(input->getCols(), input->getRows(), inputFormat, outputType);
+    // Cut before converting, so that a conversion into 4:2:0 meets even sides only.
+    std::shared_ptr<MediaBuffer> in = trim(input, plan.trim.cols, plan.trim.rows, verbose);
+    input.reset();
     in = convert(in, plan.workFormat);
     check(*in, plan);
     const std::shared_ptr<mivo::MediaFormat> wish = wishFor(*in, plan);
@@ -535,13 +543,13 @@ vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& o
         throw FileError(std::string(mivo::ext::operationName(parameters_.operation)) + ": " +
                         libraryError(result));
     }
-    in.reset();  // the input's memory is not needed for copying the result out
+    in.reset();  // the input's memory is not needed for the conversion into the file's format
     std::shared_ptr<MediaBuffer> done = slot->get();
     const int resultFormat = done->getFormat()->getColorFormat();
     if (!fileHolds(outputType, resultFormat)) {
-        done = convert(done, fileFormatFor(outputType, resultFormat, image.colorFormat));
+        done = convert(done, fileFormatFor(outputType, resultFormat, inputFormat));
     }
-    return toImage(*done);
+    return done;
 }
 
 }  // namespace vexa

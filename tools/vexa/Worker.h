@@ -61,6 +61,12 @@ class Worker {
     vexa::io::Image apply(const vexa::io::Image& image, const std::string& outputType,
                           std::ostream* verbose = nullptr);
 
+    // apply() on a buffer, leaving the result in a buffer; `input` is let go as soon as it
+    // has been used.
+    std::shared_ptr<mivo::core::MediaBuffer> process(std::shared_ptr<mivo::core::MediaBuffer> input,
+                                                     const std::string& outputType,
+                                                     std::ostream* verbose = nullptr);
+
     // `buffer` in colour format `colorFormat`, converted by the plugin where it differs.
     std::shared_ptr<mivo::core::MediaBuffer> convert(
         const std::shared_ptr<mivo::core::MediaBuffer>& buffer, int colorFormat);
