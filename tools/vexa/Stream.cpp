@@ -10,6 +10,7 @@
 #include <mutex>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 namespace vexa {
 
@@ -35,6 +36,27 @@ void showProgress(std::ostream& errors, long long done, long long total, double 
         line << ", " << static_cast<long long>((total - done) / fps + 0.5) << " s left";
     errors << line.str() << std::flush;
 }
+
+// Frames read ahead, used again: reading into a vector that already has the frame's size
+// neither allocates nor clears.
+class FrameShelf {
+  public:
+    std::unique_ptr<vexa::io::Image> take() {
+        std::lock_guard<std::mutex> guard(lock_);
+        if (free_.empty()) return std::make_unique<vexa::io::Image>();
+        std::unique_ptr<vexa::io::Image> frame = std::move(free_.back());
+        free_.pop_back();
+        return frame;
+    }
+    void give(std::unique_ptr<vexa::io::Image> frame) {
+        std::lock_guard<std::mutex> guard(lock_);
+        free_.push_back(std::move(frame));
+    }
+
+  private:
+    std::mutex lock_;
+    std::vector<std::unique_ptr<vexa::io::Image>> free_;
+};
 
 }  // namespace
 
@@ -65,8 +87,10 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
     const size_t window = 2 * size_t(workers);
     std::mutex lock;
     std::condition_variable changed;
-    std::deque<std::pair<long long, vexa::io::Image>> pending;
-    std::map<long long, vexa::io::Image> finished;
+    FrameShelf shelf;
+    const auto buffers = std::make_shared<BufferPool>();
+    std::deque<std::pair<long long, std::unique_ptr<vexa::io::Image>>> pending;
+    std::map<long long, std::shared_ptr<mivo::core::MediaBuffer>> finished;
     std::exception_ptr failure;
     long long failedAt = -1;
     bool inputDone = false;
@@ -82,6 +106,7 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
 
     auto work = [&]() {
         Worker worker(parameters);
+        worker.reuseBuffers(buffers);
         std::unique_lock<std::mutex> guard(lock);
         for (;;) {
             changed.wait(guard, [&] { return !pending.empty() || inputDone; });
@@ -91,15 +116,25 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
             // Frames before a failure are still written; those after it are not needed.
             if (failure && index >= failedAt) continue;
             guard.unlock();
-            vexa::io::Image result;
+            std::shared_ptr<mivo::core::MediaBuffer> result;
             std::exception_ptr error;
             std::ostringstream said;
             try {
-                result = worker.apply(frame, job.type, verbose ? &said : nullptr);
+                // The operation reads the frame where it was read to; the frame goes back to
+                // the shelf once nothing holds it.
+                vexa::io::Image* image = frame.release();
+                std::shared_ptr<mivo::core::MediaBuffer> input(
+                    mivo::core::detail::CpuMediaBuffer::wrap(worker.inputFormat(*image),
+                                                             image->data.data())
+                        .release(),
+                    [&shelf, image](mivo::core::MediaBuffer* buffer) {
+                        delete buffer;
+                        shelf.give(std::unique_ptr<vexa::io::Image>(image));
+                    });
+                result = worker.process(input, job.type, verbose ? &said : nullptr);
             } catch (...) {
                 error = std::current_exception();
             }
-            frame = {};
             guard.lock();
             if (verbose) details << said.str();
             if (error) {
@@ -126,10 +161,10 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
                     endOfInput = true;
                     break;
                 }
-                vexa::io::Image frame;
+                std::unique_ptr<vexa::io::Image> frame = shelf.take();
                 bool got = false;
                 try {
-                    got = reader.next(frame);
+                    got = reader.next(*frame);
                 } catch (...) {
                     std::lock_guard<std::mutex> guard(lock);
                     fail(nextRead, std::current_exception());
@@ -150,7 +185,7 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
                 changed.notify_all();
             }
             if (nextWrite == nextRead) break;
-            vexa::io::Image result;
+            std::shared_ptr<mivo::core::MediaBuffer> result;
             {
                 std::unique_lock<std::mutex> guard(lock);
                 changed.wait(guard, [&] {
@@ -164,7 +199,14 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
                     details.str("");
                 }
             }
-            writer.write(result, nextWrite);
+            if (const uint8_t* bytes = packedBytes(*result)) {
+                writer.write(vexa::io::ImageView{result->getCols(), result->getRows(),
+                                                 result->getFormat()->getColorFormat(), bytes},
+                             nextWrite);
+            } else {
+                writer.write(toImage(*result), nextWrite);
+            }
+            result.reset();
             ++nextWrite;
             if (progress && Clock::now() - lastShown > std::chrono::milliseconds(250)) {
                 lastShown = Clock::now();

@@ -4,6 +4,7 @@
 #include "mivo/core/buffer/OutputSlot.h"
 #include "mivo/core/types/ColorFormat.h"
 
+#include <cstdint>
 #include <cstring>
 
 namespace vexa {
@@ -43,19 +44,8 @@ _ZOCA_IMGB recordOf(const MediaBuffer& buffer) {
     return buffer.getTypedData<_ZOCA_IMGB>(nullptr);
 }
 
-// Runs `plugin` from `input` into a new output slot that wishes for `wish`.
-std::shared_ptr<MediaBuffer> runInto(mivo::ext::VexaPlugin& plugin,
-                                     const std::shared_ptr<MediaBuffer>& input,
-                                     std::shared_ptr<mivo::MediaFormat> wish,
-                                     const std::string& what) {
-    auto slot = mivo::core::OutputSlot::create(std::move(wish));
-    std::shared_ptr<MediaBuffer> out = slot;
-    const int result = plugin(input, out);
-    if (result != 0) {
-        throw FileError(
-            mivo::format("%s: %s (code %d)", what.c_str(), libraryError(result), result));
-    }
-    return slot->get();
+std::string failure(const std::string& what, int code) {
+    return mivo::format("%s: %s (code %d)", what.c_str(), libraryError(code), code);
 }
 
 // The formats a file type can hold as they are.
@@ -112,6 +102,22 @@ std::shared_ptr<MediaBuffer> toBuffer(const vexa::io::Image& image, int colorSpa
     return buffer;
 }
 
+namespace {
+
+int planesOf(const _ZOCA_IMGB& record) {
+    return record.colorFormat == ZOCA_CF_I420 ? 3 : (record.colorFormat > 199 ? 1 : 2);
+}
+
+// The bytes of one row of plane `p` without padding.
+size_t rowBytesOf(const _ZOCA_IMGB& record, int p) {
+    size_t rowBytes = static_cast<size_t>(record.width[p]);
+    if (record.colorFormat > 199) rowBytes *= record.stride[0] / std::max(record.width[0], 1);
+    if (p == 1 && planesOf(record) == 2) rowBytes *= 2;  // interleaved chroma pairs
+    return rowBytes;
+}
+
+}  // namespace
+
 vexa::io::Image toImage(const MediaBuffer& buffer) {
     vexa::io::Image image;
     image.width = buffer.getCols();
@@ -120,14 +126,9 @@ vexa::io::Image toImage(const MediaBuffer& buffer) {
     image.data.resize(vexa::io::imageByteSize(image.colorFormat, image.width, image.height));
     // Copy plane by plane through the record, so any row padding is dropped.
     const _ZOCA_IMGB record = recordOf(buffer);
-    const int bytesPerSample =
-        record.colorFormat > 199 ? record.stride[0] / std::max(record.width[0], 1) : 1;
     uint8_t* out = image.data.data();
-    const int planes = record.colorFormat == ZOCA_CF_I420 ? 3 : (record.colorFormat > 199 ? 1 : 2);
-    for (int p = 0; p < planes; ++p) {
-        size_t rowBytes = static_cast<size_t>(record.width[p]);
-        if (record.colorFormat > 199) rowBytes *= static_cast<size_t>(bytesPerSample);
-        if (p == 1 && planes == 2) rowBytes *= 2;  // interleaved chroma pairs
+    for (int p = 0; p < planesOf(record); ++p) {
+        const size_t rowBytes = rowBytesOf(record, p);
         const auto* in = reinterpret_cast<const uint8_t*>(record.addr[p]);
         for (int y = 0; y < record.height[p]; ++y) {
             std::memcpy(out, in + static_cast<size_t>(y) * record.stride[p], rowBytes);
@@ -135,6 +136,21 @@ vexa::io::Image toImage(const MediaBuffer& buffer) {
         }
     }
     return image;
+}
+
+const uint8_t* packedBytes(const MediaBuffer& buffer) {
+    const _ZOCA_IMGB record = recordOf(buffer);
+    const auto* base = static_cast<const uint8_t*>(buffer.getDirectData());
+    size_t offset = 0;
+    for (int p = 0; p < planesOf(record); ++p) {
+        const size_t rowBytes = rowBytesOf(record, p);
+        if (reinterpret_cast<const uint8_t*>(record.addr[p]) != base + offset ||
+            (record.height[p] > 1 && static_cast<size_t>(record.stride[p]) != rowBytes)) {
+            return nullptr;
+        }
+        offset += rowBytes * static_cast<size_t>(record.height[p]);
+    }
+    return base;
 }
 
 std::string describeRecord(const _ZOCA_IMGB& r) {
@@ -183,7 +199,7 @@ std::shared_ptr<MediaBuffer> Worker::trim(const std::shared_ptr<MediaBuffer>& bu
     }
     std::unique_ptr<mivo::MutableMediaFormat> wish = buffer->getFormat()->mutableCopy();
     wish->setExtra(mivo::extra::kCropRect, android::Rect(0, 0, cols, rows));
-    return runInto(cropper_, buffer, wish->freeze(), "trimming");
+    return produce(cropper_, buffer, wish->freeze(), "trimming");
 }
 
 int Worker::workFormatFor(int inputFormat) const {
@@ -313,7 +329,7 @@ std::shared_ptr<MediaBuffer> Worker::convert(const std::shared_ptr<MediaBuffer>&
     }
     std::unique_ptr<mivo::MutableMediaFormat> wish = buffer->getFormat()->mutableCopy();
     wish->setColorFormat(colorFormat);
-    return runInto(converter_, buffer, wish->freeze(),
+    return produce(converter_, buffer, wish->freeze(),
                    std::string("converting to ") + mivo::getColorFormatName(colorFormat));
 }
 
@@ -325,40 +341,101 @@ std::shared_ptr<MediaBuffer> Worker::run(const std::shared_ptr<MediaBuffer>& inp
     const int alignment = alignmentFor(*in);
     in = trim(in, in->getCols() / alignment * alignment, in->getRows() / alignment * alignment,
               verbose);
-    auto slot = mivo::core::OutputSlot::create(wishFor(*in));
-    std::shared_ptr<MediaBuffer> out = slot;
-    const int result = operation_(in, out);
+    int result = 0;
+    std::shared_ptr<MediaBuffer> out = invoke(operation_, in, wishFor(*in), result);
     if (verbose) {
         *verbose << "input buffer: " << in->toString() << "\n"
                  << "input record: " << describeRecord(recordOf(*in)) << "\n";
-        if (slot->get()) {
-            *verbose << "output buffer: " << slot->toString() << "\n"
-                     << "output record: " << describeRecord(recordOf(*slot)) << "\n";
+        if (out) {
+            *verbose << "output buffer: " << out->toString() << "\n"
+                     << "output record: " << describeRecord(recordOf(*out)) << "\n";
         }
         *verbose << mivo::ext::operationName(parameters_.operation) << " returned " << result
                  << "\n";
     }
-    if (result != 0) {
-        throw FileError(mivo::format("%s: %s (code %d)",
-                                     mivo::ext::operationName(parameters_.operation),
-                                     libraryError(result), result));
+    if (result != 0)
+        throw FileError(failure(mivo::ext::operationName(parameters_.operation), result));
+    return out;
+}
+
+std::shared_ptr<mivo::MediaFormat> Worker::inputFormat(const vexa::io::Image& image) const {
+    const bool hdr = parameters_.operation == Operation::HdrToSdr;
+    const int colorSpace = parameters_.inputColorSpace.value_or(
+        hdr ? mivo::COLOR_SPACE_BT2020 : defaultColorSpace(image.colorFormat));
+    auto format = mivo::makeImageFormat(image.colorFormat, image.width, image.height, colorSpace);
+    if (hdr) format->setExtra(mivo::extra::kHdrType, parameters_.hdrType);
+    return format->freeze();
+}
+
+std::shared_ptr<MediaBuffer> Worker::process(const std::shared_ptr<MediaBuffer>& input,
+                                             const std::string& outputType, std::ostream* verbose) {
+    const int inputFormat = input->getFormat()->getColorFormat();
+    std::shared_ptr<MediaBuffer> result = run(input, verbose);
+    const int resultFormat = result->getFormat()->getColorFormat();
+    if (!fileHolds(outputType, resultFormat)) {
+        result = convert(result, fileFormatFor(outputType, resultFormat, inputFormat));
     }
-    return slot->get();
+    return result;
 }
 
 vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& outputType,
                               std::ostream* verbose) {
-    const bool hdr = parameters_.operation == Operation::HdrToSdr;
-    const int colorSpace = parameters_.inputColorSpace.value_or(
-        hdr ? mivo::COLOR_SPACE_BT2020 : defaultColorSpace(image.colorFormat));
-    std::shared_ptr<MediaBuffer> result = run(
-        toBuffer(image, colorSpace, hdr ? std::optional<int>(parameters_.hdrType) : std::nullopt),
-        verbose);
-    const int resultFormat = result->getFormat()->getColorFormat();
-    if (!fileHolds(outputType, resultFormat)) {
-        result = convert(result, fileFormatFor(outputType, resultFormat, image.colorFormat));
+    std::shared_ptr<MediaBuffer> input =
+        mivo::core::detail::CpuMediaBuffer::allocateFor(inputFormat(image));
+    // Both sides lay the planes out back to back without row padding.
+    std::memcpy(input->getDirectData(), image.data.data(), image.data.size());
+    return toImage(*process(input, outputType, verbose));
+}
+
+void Worker::reuseBuffers(std::shared_ptr<BufferPool> pool) {
+    pool_ = std::move(pool);
+}
+
+std::shared_ptr<MediaBuffer> Worker::produce(mivo::ext::VexaPlugin& plugin,
+                                             const std::shared_ptr<MediaBuffer>& input,
+                                             std::shared_ptr<mivo::MediaFormat> wish,
+                                             const std::string& what) {
+    int result = 0;
+    std::shared_ptr<MediaBuffer> out = invoke(plugin, input, std::move(wish), result);
+    if (result != 0) throw FileError(failure(what, result));
+    return out;
+}
+
+// The plugin fills a buffer handed to it as it stands. Given the same input format and wish,
+// it makes the same output format, so after the first frame of a stream the output can be a
+// free buffer of that format from the pool. The plugin reads the rotation and the extras
+// (rectangle, mirror, dithering) of what it is handed, so those come from the wish.
+std::shared_ptr<MediaBuffer> Worker::invoke(mivo::ext::VexaPlugin& plugin,
+                                            const std::shared_ptr<MediaBuffer>& input,
+                                            std::shared_ptr<mivo::MediaFormat> wish, int& result) {
+    std::string step;
+    if (pool_) {
+        step = std::to_string(reinterpret_cast<uintptr_t>(&plugin)) + "|" +
+               input->getFormat()->toString() + "|" + wish->toString();
+        const auto known = outputs_.find(step);
+        if (known != outputs_.end()) {
+            const KnownOutput& output = known->second;
+            if (std::shared_ptr<MediaBuffer> memory = pool_->take(output.key)) {
+                std::shared_ptr<MediaBuffer> out = mivo::core::detail::CpuMediaBuffer::wrap(
+                    output.handed, static_cast<unsigned char*>(memory->getDirectData()));
+                result = plugin(input, out);
+                return pool_->lend(std::move(memory), output.key, output.format);
+            }
+        }
     }
-    return toImage(*result);
+    auto slot = mivo::core::OutputSlot::create(wish);
+    std::shared_ptr<MediaBuffer> out = slot;
+    result = plugin(input, out);
+    std::shared_ptr<MediaBuffer> made = slot->get();
+    if (!pool_ || result != 0 || !made || !made->getDirectData()) return made;
+    KnownOutput& output = outputs_[step];
+    output.format = made->getFormat();
+    output.key = output.format->toString();
+    std::unique_ptr<mivo::MutableMediaFormat> handed = output.format->mutableCopy();
+    handed->setRotation(wish->getRotation());
+    for (const std::string& key : wish->getExtraKeys()) handed->setExtra(key, *wish->getExtra(key));
+    output.handed = handed->freeze();
+    return pool_->lend(std::move(made), output.key, output.format);
 }
 
 }  // namespace vexa

@@ -4,6 +4,7 @@
 #ifndef VEXA_WORKER_H
 #define VEXA_WORKER_H
 
+#include "BufferPool.h"
 #include "Parameters.h"
 
 #include "mivo/core/buffer/MediaBuffer.h"
@@ -15,6 +16,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <unordered_map>
 
 namespace vexa {
 
@@ -32,6 +34,8 @@ int defaultColorSpace(int colorFormat);
 std::shared_ptr<mivo::core::MediaBuffer> toBuffer(const vexa::io::Image& image, int colorSpace,
                                                   std::optional<int> hdrType = std::nullopt);
 vexa::io::Image toImage(const mivo::core::MediaBuffer& buffer);
+// The buffer's bytes when its planes already lie as an Image holds them; null otherwise.
+const uint8_t* packedBytes(const mivo::core::MediaBuffer& buffer);
 
 // A record as text, one line per plane in use.
 std::string describeRecord(const _ZOCA_IMGB& record);
@@ -51,6 +55,18 @@ class Worker {
     vexa::io::Image apply(const vexa::io::Image& image, const std::string& outputType,
                           std::ostream* verbose = nullptr);
 
+    // The format a picture of `image`'s size and layout enters the operation with.
+    std::shared_ptr<mivo::MediaFormat> inputFormat(const vexa::io::Image& image) const;
+
+    // apply() on a buffer of inputFormat(), leaving the result in a buffer.
+    std::shared_ptr<mivo::core::MediaBuffer> process(
+        const std::shared_ptr<mivo::core::MediaBuffer>& input, const std::string& outputType,
+        std::ostream* verbose = nullptr);
+
+    // Puts every output into memory from `pool` where a buffer of its size is free, and
+    // gives the memory back there once the output is dropped.
+    void reuseBuffers(std::shared_ptr<BufferPool> pool);
+
     // The operation on buffers, for callers that already hold them.
     std::shared_ptr<mivo::core::MediaBuffer> run(
         const std::shared_ptr<mivo::core::MediaBuffer>& input, std::ostream* verbose = nullptr);
@@ -69,10 +85,27 @@ class Worker {
         const std::shared_ptr<mivo::core::MediaBuffer>& buffer, int cols, int rows,
         std::ostream* verbose);
 
+    std::shared_ptr<mivo::core::MediaBuffer> produce(
+        mivo::ext::VexaPlugin& plugin, const std::shared_ptr<mivo::core::MediaBuffer>& input,
+        std::shared_ptr<mivo::MediaFormat> wish, const std::string& what);
+    std::shared_ptr<mivo::core::MediaBuffer> invoke(
+        mivo::ext::VexaPlugin& plugin, const std::shared_ptr<mivo::core::MediaBuffer>& input,
+        std::shared_ptr<mivo::MediaFormat> wish, int& result);
+
+    // What a step made of an input before: the output's format, the format it was handed
+    // with, and the pool key of its memory.
+    struct KnownOutput {
+        std::shared_ptr<mivo::MediaFormat> format;
+        std::shared_ptr<mivo::MediaFormat> handed;
+        std::string key;
+    };
+
     Parameters parameters_;
     mivo::ext::VexaPlugin operation_;
     mivo::ext::VexaPlugin converter_;
     mivo::ext::VexaPlugin cropper_;
+    std::shared_ptr<BufferPool> pool_;
+    std::unordered_map<std::string, KnownOutput> outputs_;
 };
 
 }  // namespace vexa

@@ -195,6 +195,53 @@ TEST_F(StreamTest, BrokenStreamsSayWhereAndLeaveNoPartialFile) {
     EXPECT_EQ(out.size(), out.find('\n') + 1 + 3 * (6 + 768));
 }
 
+TEST_F(StreamTest, EachFrameComesOutAsThatFrameAlone) {
+    // Noise, so that memory used again for a later frame shows in any byte left unwritten;
+    // more frames than -j 2 holds at once, so that memory is used again.
+    std::string clip = "YUV4MPEG2 W30 H22 C420\n";
+    for (int i = 0; i < 8; ++i) {
+        const Image frame = noiseImage(kYuv420, 30, 22, i + 1);
+        clip += "FRAME\n" + std::string(frame.data.begin(), frame.data.end());
+    }
+    writeBytes(path("noise.y4m"), clip);
+    for (const Names& operation : std::vector<Names>{{"rotate", "--angle", "90"},
+                                                     {"flip", "--direction", "horizontal"},
+                                                     {"crop", "--rect", "3,5,20,14"},
+                                                     {"convert", "--to-format", "nv12", "--dither"},
+                                                     {"downscale", "--factor", "2"},
+                                                     {"tonemap", "--hdr-type", "pq"}}) {
+        Names args = operation;
+        args.insert(args.begin() + 1, "noise.y4m");
+        const auto with = [&args](const Names& more) {
+            Names all = args;
+            all.insert(all.end(), more.begin(), more.end());
+            return all;
+        };
+        ok(with({"-j", "2", "-o", "all.y4m"}));
+        vexa::io::FrameReader all(path("all.y4m"), {});
+        Image frame;
+        for (int i = 0; i < 8; ++i) {
+            ASSERT_TRUE(all.next(frame));
+            ok(with({"--frame", std::to_string(i), "-o", "one.y4m"}));
+            EXPECT_EQ(load("one.y4m").data, frame.data) << operation[0] << ", frame " << i;
+        }
+    }
+}
+
+TEST_F(StreamTest, SignalsRemoveTheTemporaryAndExitByNumber) {
+    for (const auto& [name, code] :
+         std::vector<std::pair<std::string, int>>{{"INT", 130}, {"TERM", 143}}) {
+        // The clip never ends: the signal lands while vexa waits for the next frame.
+        const Outcome run =
+            sh("rm -f in.y4m && mkfifo in.y4m && ($V rotate in.y4m --angle 90 -j 2 -o out.y4m & "
+               "exec 3>in.y4m && printf 'YUV4MPEG2 W2 H2 C420\\nFRAME\\n123456FRAME\\n12' >&3 "
+               "&& for i in {1..500}; do ls -a | grep -q tmp && break; sleep 0.01; done; kill -" +
+               name + " $! && exec 3>&- && wait $!)");
+        EXPECT_EQ(run.code, code) << name << ": " << run.err;
+        EXPECT_EQ(entries(), Names{"in.y4m"}) << name;
+    }
+}
+
 using InfoTest = CliTest;
 
 TEST_F(InfoTest, PrintsTheBufferAndTheRecord) {

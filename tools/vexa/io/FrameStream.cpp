@@ -583,11 +583,17 @@ FrameWriter::FrameWriter(const std::string& path, const std::string& type, const
 
 FrameWriter::~FrameWriter() = default;
 
-void FrameWriter::write(const Image& frame, long long index) {
+void FrameWriter::write(const ImageView& frame, long long index) {
     State& s = *state_;
     const std::string name = s.toStdout ? "standard output" : s.path;
+    const size_t bytes = imageByteSize(frame.colorFormat, frame.width, frame.height);
+    const auto copy = [&] {
+        Image image{frame.width, frame.height, frame.colorFormat, {}};
+        image.data.assign(frame.data, frame.data + bytes);
+        return image;
+    };
     if (s.pattern) {
-        writeImage(framePath(s.path, index), frame, s.options);
+        writeImage(framePath(s.path, index), copy(), s.options);
         ++s.frames;
         return;
     }
@@ -598,7 +604,7 @@ void FrameWriter::write(const Image& frame, long long index) {
                           "the output with a frame number (out-%04d" +
                           s.type->extension + ") or pick a frame with --frame N");
         }
-        s.single = frame;
+        s.single = copy();
         ++s.frames;
         return;
     }
@@ -613,7 +619,7 @@ void FrameWriter::write(const Image& frame, long long index) {
             detail::writeExact(s.out, "FRAME\n", 6);
         }
         s.headerDone = true;
-        detail::writeExact(s.out, frame.data.data(), frame.data.size());
+        detail::writeExact(s.out, frame.data, bytes);
         if (s.toStdout && std::fflush(s.out) != 0) {
             fail(std::string("write failed: ") + std::strerror(errno));
         }

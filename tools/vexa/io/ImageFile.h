@@ -42,6 +42,14 @@ struct Image {
     std::vector<uint8_t> data;
 };
 
+// An Image's layout over bytes held elsewhere.
+struct ImageView {
+    int width = 0;
+    int height = 0;
+    int colorFormat = 0;
+    const uint8_t* data = nullptr;
+};
+
 // Raw files carry no header, so the caller says what is in them.
 struct RawOptions {
     int width = 0;
@@ -138,7 +146,10 @@ class FrameWriter {
     FrameWriter(const std::string& path, const std::string& type, const StreamTags& tags,
                 const WriteOptions& options);
     ~FrameWriter();
-    void write(const Image& frame, long long index);
+    void write(const ImageView& frame, long long index);
+    void write(const Image& frame, long long index) {
+        write(ImageView{frame.width, frame.height, frame.colorFormat, frame.data.data()}, index);
+    }
     void finish();
 
   private:
