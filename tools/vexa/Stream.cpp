@@ -146,82 +146,81 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
         }
     };
 
-    std::vector<std::thread> pool;
-    for (unsigned t = 0; t < workers; ++t) pool.emplace_back(work);
-
     long long nextRead = parameters.firstFrame;
     long long nextWrite = parameters.firstFrame;
-    bool endOfInput = false;
-    auto lastShown = Clock::now();
-    try {
+
+    // Writing has a thread of its own so that it overlaps reading.
+    auto writeOut = [&]() {
+        auto lastShown = Clock::now();
+        std::unique_lock<std::mutex> guard(lock);
         for (;;) {
-            // Fill the window, then write what is done in order.
-            while (!endOfInput && nextRead - nextWrite < static_cast<long long>(window)) {
-                if (parameters.endFrame >= 0 && nextRead >= parameters.endFrame) {
-                    endOfInput = true;
-                    break;
-                }
-                std::unique_ptr<vexa::io::Image> frame = shelf.take();
-                bool got = false;
-                try {
-                    got = reader.next(*frame);
-                } catch (...) {
-                    std::lock_guard<std::mutex> guard(lock);
-                    fail(nextRead, std::current_exception());
-                    endOfInput = true;
-                    break;
-                }
-                if (!got) {
-                    endOfInput = true;
-                    break;
-                }
-                std::lock_guard<std::mutex> guard(lock);
-                pending.emplace_back(nextRead++, std::move(frame));
-                changed.notify_one();
+            changed.wait(guard, [&] {
+                return finished.count(nextWrite) || (failure && failedAt <= nextWrite) ||
+                       (inputDone && nextWrite == nextRead);
+            });
+            if ((failure && failedAt <= nextWrite) || !finished.count(nextWrite)) return;
+            std::shared_ptr<mivo::core::MediaBuffer> result = std::move(finished[nextWrite]);
+            finished.erase(nextWrite);
+            if (verbose) {
+                *verbose << details.str();
+                details.str("");
             }
-            if (endOfInput) {
-                std::lock_guard<std::mutex> guard(lock);
-                inputDone = true;
-                changed.notify_all();
-            }
-            if (nextWrite == nextRead) break;
-            std::shared_ptr<mivo::core::MediaBuffer> result;
-            {
-                std::unique_lock<std::mutex> guard(lock);
-                changed.wait(guard, [&] {
-                    return finished.count(nextWrite) || (failure && failedAt <= nextWrite);
-                });
-                if (failure && failedAt <= nextWrite) break;
-                result = std::move(finished[nextWrite]);
-                finished.erase(nextWrite);
-                if (verbose) {
-                    *verbose << details.str();
-                    details.str("");
+            guard.unlock();
+            try {
+                if (const uint8_t* bytes = packedBytes(*result)) {
+                    writer.write(vexa::io::ImageView{result->getCols(), result->getRows(),
+                                                     result->getFormat()->getColorFormat(), bytes},
+                                 nextWrite);
+                } else {
+                    writer.write(toImage(*result), nextWrite);
                 }
-            }
-            if (const uint8_t* bytes = packedBytes(*result)) {
-                writer.write(vexa::io::ImageView{result->getCols(), result->getRows(),
-                                                 result->getFormat()->getColorFormat(), bytes},
-                             nextWrite);
-            } else {
-                writer.write(toImage(*result), nextWrite);
+            } catch (...) {
+                guard.lock();
+                fail(nextWrite, std::current_exception());
+                return;
             }
             result.reset();
-            ++nextWrite;
             if (progress && Clock::now() - lastShown > std::chrono::milliseconds(250)) {
                 lastShown = Clock::now();
-                showProgress(errors, nextWrite - parameters.firstFrame, total,
+                showProgress(errors, nextWrite + 1 - parameters.firstFrame, total,
                              std::chrono::duration<double>(lastShown - start).count());
             }
+            guard.lock();
+            ++nextWrite;
+            changed.notify_all();
         }
-    } catch (...) {
+    };
+
+    std::vector<std::thread> pool;
+    for (unsigned t = 0; t < workers; ++t) pool.emplace_back(work);
+    pool.emplace_back(writeOut);
+
+    for (;;) {
+        {
+            std::unique_lock<std::mutex> guard(lock);
+            changed.wait(guard, [&] {
+                return failure || nextRead - nextWrite < static_cast<long long>(window);
+            });
+            if (failure) break;
+        }
+        if (parameters.endFrame >= 0 && nextRead >= parameters.endFrame) break;
+        std::unique_ptr<vexa::io::Image> frame = shelf.take();
+        bool got = false;
+        try {
+            got = reader.next(*frame);
+        } catch (...) {
+            std::lock_guard<std::mutex> guard(lock);
+            fail(nextRead, std::current_exception());
+            break;
+        }
+        if (!got) break;
         std::lock_guard<std::mutex> guard(lock);
-        fail(nextWrite, std::current_exception());
+        pending.emplace_back(nextRead++, std::move(frame));
+        changed.notify_all();
     }
     {
         std::lock_guard<std::mutex> guard(lock);
         inputDone = true;
-        if (!failure) failedAt = -1;
         changed.notify_all();
     }
     for (std::thread& thread : pool) thread.join();
