@@ -124,7 +124,7 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
                 // the shelf once nothing holds it.
                 vexa::io::Image* image = frame.release();
                 std::shared_ptr<mivo::core::MediaBuffer> input(
-                    mivo::core::detail::CpuMediaBuffer::wrap(worker.inputFormat(*image),
+                    mivo::core::detail::CpuMediaBuffer::wrap(worker.inputFormat(image->view()),
                                                              image->data.data())
                         .release(),
                     [&shelf, image](mivo::core::MediaBuffer* buffer) {

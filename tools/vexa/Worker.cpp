@@ -358,7 +358,7 @@ std::shared_ptr<MediaBuffer> Worker::run(const std::shared_ptr<MediaBuffer>& inp
     return out;
 }
 
-std::shared_ptr<mivo::MediaFormat> Worker::inputFormat(const vexa::io::Image& image) const {
+std::shared_ptr<mivo::MediaFormat> Worker::inputFormat(const vexa::io::ImageView& image) const {
     const bool hdr = parameters_.operation == Operation::HdrToSdr;
     const int colorSpace = parameters_.inputColorSpace.value_or(
         hdr ? mivo::COLOR_SPACE_BT2020 : defaultColorSpace(image.colorFormat));
@@ -381,7 +381,7 @@ std::shared_ptr<MediaBuffer> Worker::process(const std::shared_ptr<MediaBuffer>&
 vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& outputType,
                               std::ostream* verbose) {
     std::shared_ptr<MediaBuffer> input =
-        mivo::core::detail::CpuMediaBuffer::allocateFor(inputFormat(image));
+        mivo::core::detail::CpuMediaBuffer::allocateFor(inputFormat(image.view()));
     // Both sides lay the planes out back to back without row padding.
     std::memcpy(input->getDirectData(), image.data.data(), image.data.size());
     return toImage(*process(input, outputType, verbose));

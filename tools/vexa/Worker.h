@@ -56,7 +56,7 @@ class Worker {
                           std::ostream* verbose = nullptr);
 
     // The format a picture of `image`'s size and layout enters the operation with.
-    std::shared_ptr<mivo::MediaFormat> inputFormat(const vexa::io::Image& image) const;
+    std::shared_ptr<mivo::MediaFormat> inputFormat(const vexa::io::ImageView& image) const;
 
     // apply() on a buffer of inputFormat(), leaving the result in a buffer.
     std::shared_ptr<mivo::core::MediaBuffer> process(
