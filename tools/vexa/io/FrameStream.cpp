@@ -206,6 +206,7 @@ struct FrameReader::State {
     long long index = 0;
     long long countHint = -1;
     std::vector<uint8_t> deep;
+    Image skipped;
     RawOptions raw;
 
     [[noreturn]] void error(const std::string& cause, bool withFrame = true) const {
@@ -484,22 +485,24 @@ bool FrameReader::next(Image& frame) {
 
 bool FrameReader::skip() {
     State& s = *state_;
-    if (s.still || s.y4m || s.bits > 8) {
-        Image scratch;
-        return next(scratch);
+    // Files seek past whole frames; pipes and pictures read them into one scratch frame.
+    if (s.still || s.countHint < 0) return next(s.skipped);
+    if (s.y4m ? !s.frameStart() : s.index >= s.countHint) return false;
+    struct stat st {};
+    const off_t at = ::ftello(s.f());
+    if (at < 0 || ::fstat(::fileno(s.f()), &st) != 0) {
+        s.error(std::string("cannot find the frame: ") + std::strerror(errno));
     }
-    // Raw files seek past whole frames; pipes read them.
-    if (s.countHint >= 0) {
-        if (s.index >= s.countHint) return false;
-        if (::fseeko(s.f(), static_cast<off_t>(s.frameBytes), SEEK_CUR) != 0) {
-            s.error(std::string("seek failed: ") + std::strerror(errno));
-        }
-        s.offset += s.frameBytes;
-        ++s.index;
-        return true;
+    if (static_cast<unsigned long long>(st.st_size - at) < s.frameBytes) {
+        s.error("the stream ends inside the frame (" + std::to_string(st.st_size - at) + " of " +
+                std::to_string(s.frameBytes) + " bytes)");
     }
-    Image scratch;
-    return next(scratch);
+    if (::fseeko(s.f(), static_cast<off_t>(s.frameBytes), SEEK_CUR) != 0) {
+        s.error(std::string("seek failed: ") + std::strerror(errno));
+    }
+    s.offset += s.frameBytes;
+    ++s.index;
+    return true;
 }
 
 const StreamTags& FrameReader::tags() const {
