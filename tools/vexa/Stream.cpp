@@ -195,28 +195,26 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
     for (unsigned t = 0; t < workers; ++t) pool.emplace_back(work);
     pool.emplace_back(writeOut);
 
-    for (;;) {
-        {
-            std::unique_lock<std::mutex> guard(lock);
-            changed.wait(guard, [&] {
-                return failure || nextRead - nextWrite < static_cast<long long>(window);
-            });
-            if (failure) break;
-        }
-        if (parameters.endFrame >= 0 && nextRead >= parameters.endFrame) break;
-        std::unique_ptr<vexa::io::Image> frame = shelf.take();
-        bool got = false;
-        try {
-            got = reader.next(*frame);
-        } catch (...) {
+    // Reading stays on this thread, ahead of the writer by the window at most.
+    try {
+        for (;;) {
+            {
+                std::unique_lock<std::mutex> guard(lock);
+                changed.wait(guard, [&] {
+                    return failure || nextRead - nextWrite < static_cast<long long>(window);
+                });
+                if (failure) break;
+            }
+            if (parameters.endFrame >= 0 && nextRead >= parameters.endFrame) break;
+            std::unique_ptr<vexa::io::Image> frame = shelf.take();
+            if (!reader.next(*frame)) break;
             std::lock_guard<std::mutex> guard(lock);
-            fail(nextRead, std::current_exception());
-            break;
+            pending.emplace_back(nextRead++, std::move(frame));
+            changed.notify_all();
         }
-        if (!got) break;
+    } catch (...) {
         std::lock_guard<std::mutex> guard(lock);
-        pending.emplace_back(nextRead++, std::move(frame));
-        changed.notify_all();
+        fail(nextRead, std::current_exception());
     }
     {
         std::lock_guard<std::mutex> guard(lock);
