@@ -178,6 +178,7 @@ TEST_F(StreamTest, BrokenStreamsSayWhereAndLeaveNoPartialFile) {
     writeBytes(path("odd.nv12"), std::string(768 * 2 + 5, 'x'));
     const std::vector<std::pair<Names, Names>> cases{
         {{"cut.y4m"}, {"cut.y4m", "frame 3, byte 2365", "ends inside the frame"}},
+        {{"cut.y4m", "--frame", "4"}, {"cut.y4m", "frame 3, byte 2365", "ends inside the frame"}},
         {{"unmarked.y4m"}, {"unmarked.y4m", "frame 1, byte 811", "FRAME marker"}},
         {{"odd.nv12", "--size", "32x16"}, {"odd.nv12", "768 bytes per frame", "1541 bytes"}}};
     for (const auto& [input, parts] : cases) {

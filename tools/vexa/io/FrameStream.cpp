@@ -440,7 +440,6 @@ FrameReader::FrameReader(const std::string& path, const RawOptions& raw)
             return;
         }
         s.file = FilePtrOrStdin(detail::openForRead(path).release(), true);
-
     } catch (const IoError& e) {
         throw IoError("cannot read '" + path + "': " + e.what());
     }
@@ -493,8 +492,9 @@ bool FrameReader::skip() {
     if (at < 0 || ::fstat(::fileno(s.f()), &st) != 0) {
         s.error(std::string("cannot find the frame: ") + std::strerror(errno));
     }
-    if (static_cast<unsigned long long>(st.st_size - at) < s.frameBytes) {
-        s.error("the stream ends inside the frame (" + std::to_string(st.st_size - at) + " of " +
+    const off_t left = std::max<off_t>(st.st_size - at, 0);
+    if (left < static_cast<off_t>(s.frameBytes)) {
+        s.error("the stream ends inside the frame (" + std::to_string(left) + " of " +
                 std::to_string(s.frameBytes) + " bytes)");
     }
     if (::fseeko(s.f(), static_cast<off_t>(s.frameBytes), SEEK_CUR) != 0) {
