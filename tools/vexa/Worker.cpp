@@ -4,7 +4,6 @@
 #include "mivo/core/buffer/OutputSlot.h"
 #include "mivo/core/types/ColorFormat.h"
 
-#include <cstdint>
 #include <cstring>
 
 namespace vexa {
@@ -44,8 +43,19 @@ _ZOCA_IMGB recordOf(const MediaBuffer& buffer) {
     return buffer.getTypedData<_ZOCA_IMGB>(nullptr);
 }
 
-std::string failure(const std::string& what, int code) {
-    return mivo::format("%s: %s (code %d)", what.c_str(), libraryError(code), code);
+// Runs `plugin` from `input` into a new output slot that wishes for `wish`.
+std::shared_ptr<MediaBuffer> runInto(ReusingPlugin& plugin,
+                                     const std::shared_ptr<MediaBuffer>& input,
+                                     std::shared_ptr<mivo::MediaFormat> wish,
+                                     const std::string& what) {
+    auto slot = mivo::core::OutputSlot::create(std::move(wish));
+    std::shared_ptr<MediaBuffer> out = slot;
+    const int result = plugin(input, out);
+    if (result != 0) {
+        throw FileError(
+            mivo::format("%s: %s (code %d)", what.c_str(), libraryError(result), result));
+    }
+    return slot->get();
 }
 
 // The formats a file type can hold as they are.
@@ -199,7 +209,7 @@ std::shared_ptr<MediaBuffer> Worker::trim(const std::shared_ptr<MediaBuffer>& bu
     }
     std::unique_ptr<mivo::MutableMediaFormat> wish = buffer->getFormat()->mutableCopy();
     wish->setExtra(mivo::extra::kCropRect, android::Rect(0, 0, cols, rows));
-    return produce(cropper_, buffer, wish->freeze(), "trimming");
+    return runInto(cropper_, buffer, wish->freeze(), "trimming");
 }
 
 int Worker::workFormatFor(int inputFormat) const {
@@ -329,7 +339,7 @@ std::shared_ptr<MediaBuffer> Worker::convert(const std::shared_ptr<MediaBuffer>&
     }
     std::unique_ptr<mivo::MutableMediaFormat> wish = buffer->getFormat()->mutableCopy();
     wish->setColorFormat(colorFormat);
-    return produce(converter_, buffer, wish->freeze(),
+    return runInto(converter_, buffer, wish->freeze(),
                    std::string("converting to ") + mivo::getColorFormatName(colorFormat));
 }
 
@@ -341,21 +351,25 @@ std::shared_ptr<MediaBuffer> Worker::run(const std::shared_ptr<MediaBuffer>& inp
     const int alignment = alignmentFor(*in);
     in = trim(in, in->getCols() / alignment * alignment, in->getRows() / alignment * alignment,
               verbose);
-    int result = 0;
-    std::shared_ptr<MediaBuffer> out = invoke(operation_, in, wishFor(*in), result);
+    auto slot = mivo::core::OutputSlot::create(wishFor(*in));
+    std::shared_ptr<MediaBuffer> out = slot;
+    const int result = operation_(in, out);
     if (verbose) {
         *verbose << "input buffer: " << in->toString() << "\n"
                  << "input record: " << describeRecord(recordOf(*in)) << "\n";
-        if (out) {
-            *verbose << "output buffer: " << out->toString() << "\n"
-                     << "output record: " << describeRecord(recordOf(*out)) << "\n";
+        if (slot->get()) {
+            *verbose << "output buffer: " << slot->toString() << "\n"
+                     << "output record: " << describeRecord(recordOf(*slot)) << "\n";
         }
         *verbose << mivo::ext::operationName(parameters_.operation) << " returned " << result
                  << "\n";
     }
-    if (result != 0)
-        throw FileError(failure(mivo::ext::operationName(parameters_.operation), result));
-    return out;
+    if (result != 0) {
+        throw FileError(mivo::format("%s: %s (code %d)",
+                                     mivo::ext::operationName(parameters_.operation),
+                                     libraryError(result), result));
+    }
+    return slot->get();
 }
 
 std::shared_ptr<mivo::MediaFormat> Worker::inputFormat(const vexa::io::ImageView& image) const {
@@ -387,55 +401,8 @@ vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& o
     return toImage(*process(input, outputType, verbose));
 }
 
-void Worker::reuseBuffers(std::shared_ptr<BufferPool> pool) {
-    pool_ = std::move(pool);
-}
-
-std::shared_ptr<MediaBuffer> Worker::produce(mivo::ext::VexaPlugin& plugin,
-                                             const std::shared_ptr<MediaBuffer>& input,
-                                             std::shared_ptr<mivo::MediaFormat> wish,
-                                             const std::string& what) {
-    int result = 0;
-    std::shared_ptr<MediaBuffer> out = invoke(plugin, input, std::move(wish), result);
-    if (result != 0) throw FileError(failure(what, result));
-    return out;
-}
-
-// The plugin fills a buffer handed to it as it stands. Given the same input format and wish,
-// it makes the same output format, so after the first frame of a stream the output can be a
-// free buffer of that format from the pool. The plugin reads the rotation and the extras
-// (rectangle, mirror, dithering) of what it is handed, so those come from the wish.
-std::shared_ptr<MediaBuffer> Worker::invoke(mivo::ext::VexaPlugin& plugin,
-                                            const std::shared_ptr<MediaBuffer>& input,
-                                            std::shared_ptr<mivo::MediaFormat> wish, int& result) {
-    std::string step;
-    if (pool_) {
-        step = std::to_string(reinterpret_cast<uintptr_t>(&plugin)) + "|" +
-               input->getFormat()->toString() + "|" + wish->toString();
-        const auto known = outputs_.find(step);
-        if (known != outputs_.end()) {
-            const KnownOutput& output = known->second;
-            if (std::shared_ptr<MediaBuffer> memory = pool_->take(output.key)) {
-                std::shared_ptr<MediaBuffer> out = mivo::core::detail::CpuMediaBuffer::wrap(
-                    output.handed, static_cast<unsigned char*>(memory->getDirectData()));
-                result = plugin(input, out);
-                return pool_->lend(std::move(memory), output.key, output.format);
-            }
-        }
-    }
-    auto slot = mivo::core::OutputSlot::create(wish);
-    std::shared_ptr<MediaBuffer> out = slot;
-    result = plugin(input, out);
-    std::shared_ptr<MediaBuffer> made = slot->get();
-    if (!pool_ || result != 0 || !made || !made->getDirectData()) return made;
-    KnownOutput& output = outputs_[step];
-    output.format = made->getFormat();
-    output.key = output.format->toString();
-    std::unique_ptr<mivo::MutableMediaFormat> handed = output.format->mutableCopy();
-    handed->setRotation(wish->getRotation());
-    for (const std::string& key : wish->getExtraKeys()) handed->setExtra(key, *wish->getExtra(key));
-    output.handed = handed->freeze();
-    return pool_->lend(std::move(made), output.key, output.format);
+void Worker::reuseBuffers(const std::shared_ptr<BufferPool>& pool) {
+    for (ReusingPlugin* plugin : {&operation_, &converter_, &cropper_}) plugin->reuse(pool);
 }
 
 }  // namespace vexa

@@ -16,7 +16,6 @@
 #include <optional>
 #include <ostream>
 #include <string>
-#include <unordered_map>
 
 namespace vexa {
 
@@ -63,9 +62,9 @@ class Worker {
         const std::shared_ptr<mivo::core::MediaBuffer>& input, const std::string& outputType,
         std::ostream* verbose = nullptr);
 
-    // Puts every output into memory from `pool` where a buffer of its size is free, and
-    // gives the memory back there once the output is dropped.
-    void reuseBuffers(std::shared_ptr<BufferPool> pool);
+    // Puts the outputs of later frames of a stream into memory from `pool` that earlier ones
+    // gave back.
+    void reuseBuffers(const std::shared_ptr<BufferPool>& pool);
 
     // The operation on buffers, for callers that already hold them.
     std::shared_ptr<mivo::core::MediaBuffer> run(
@@ -85,27 +84,10 @@ class Worker {
         const std::shared_ptr<mivo::core::MediaBuffer>& buffer, int cols, int rows,
         std::ostream* verbose);
 
-    std::shared_ptr<mivo::core::MediaBuffer> produce(
-        mivo::ext::VexaPlugin& plugin, const std::shared_ptr<mivo::core::MediaBuffer>& input,
-        std::shared_ptr<mivo::MediaFormat> wish, const std::string& what);
-    std::shared_ptr<mivo::core::MediaBuffer> invoke(
-        mivo::ext::VexaPlugin& plugin, const std::shared_ptr<mivo::core::MediaBuffer>& input,
-        std::shared_ptr<mivo::MediaFormat> wish, int& result);
-
-    // What a step made of an input before: the output's format, the format it was handed
-    // with, and the pool key of its memory.
-    struct KnownOutput {
-        std::shared_ptr<mivo::MediaFormat> format;
-        std::shared_ptr<mivo::MediaFormat> handed;
-        std::string key;
-    };
-
     Parameters parameters_;
-    mivo::ext::VexaPlugin operation_;
-    mivo::ext::VexaPlugin converter_;
-    mivo::ext::VexaPlugin cropper_;
-    std::shared_ptr<BufferPool> pool_;
-    std::unordered_map<std::string, KnownOutput> outputs_;
+    ReusingPlugin operation_;
+    ReusingPlugin converter_;
+    ReusingPlugin cropper_;
 };
 
 }  // namespace vexa
