@@ -58,6 +58,13 @@ class FrameShelf {
     std::vector<std::unique_ptr<vexa::io::Image>> free_;
 };
 
+// A frame done: a frame of a clip stays in the buffer the operation wrote; a picture file's
+// result comes as the picture writer takes it.
+struct Done {
+    std::shared_ptr<mivo::core::MediaBuffer> buffer;
+    vexa::io::Image picture;
+};
+
 }  // namespace
 
 StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned threads,
@@ -90,7 +97,8 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
     FrameShelf shelf;
     const auto buffers = std::make_shared<BufferPool>();
     std::deque<std::pair<long long, std::unique_ptr<vexa::io::Image>>> pending;
-    std::map<long long, std::shared_ptr<mivo::core::MediaBuffer>> finished;
+    std::map<long long, Done> finished;
+    const bool picture = reader.isPicture();
     std::exception_ptr failure;
     long long failedAt = -1;
     bool inputDone = false;
@@ -116,22 +124,26 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
             // Frames before a failure are still written; those after it are not needed.
             if (failure && index >= failedAt) continue;
             guard.unlock();
-            std::shared_ptr<mivo::core::MediaBuffer> result;
+            Done result;
             std::exception_ptr error;
             std::ostringstream said;
             try {
-                // The operation reads the frame where it was read to; the frame goes back to
-                // the shelf once nothing holds it.
-                vexa::io::Image* image = frame.release();
-                std::shared_ptr<mivo::core::MediaBuffer> input(
-                    mivo::core::detail::CpuMediaBuffer::wrap(worker.inputFormat(image->view()),
-                                                             image->data.data())
-                        .release(),
-                    [&shelf, image](mivo::core::MediaBuffer* buffer) {
-                        delete buffer;
-                        shelf.give(std::unique_ptr<vexa::io::Image>(image));
-                    });
-                result = worker.process(input, job.type, verbose ? &said : nullptr);
+                if (picture) {
+                    result.picture = worker.apply(*frame, job.type, verbose ? &said : nullptr);
+                } else {
+                    // The operation reads the frame where it was read to; the frame goes back
+                    // to the shelf once nothing holds it.
+                    vexa::io::Image* image = frame.release();
+                    std::shared_ptr<mivo::core::MediaBuffer> input(
+                        mivo::core::detail::CpuMediaBuffer::wrap(worker.inputFormat(image->view()),
+                                                                 image->data.data())
+                            .release(),
+                        [&shelf, image](mivo::core::MediaBuffer* buffer) {
+                            delete buffer;
+                            shelf.give(std::unique_ptr<vexa::io::Image>(image));
+                        });
+                    result.buffer = worker.process(input, job.type, verbose ? &said : nullptr);
+                }
             } catch (...) {
                 error = std::current_exception();
             }
@@ -159,7 +171,7 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
                        (inputDone && nextWrite == nextRead);
             });
             if ((failure && failedAt <= nextWrite) || !finished.count(nextWrite)) return;
-            std::shared_ptr<mivo::core::MediaBuffer> result = std::move(finished[nextWrite]);
+            Done result = std::move(finished[nextWrite]);
             finished.erase(nextWrite);
             if (verbose) {
                 *verbose << details.str();
@@ -167,19 +179,22 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
             }
             guard.unlock();
             try {
-                if (const uint8_t* bytes = packedBytes(*result)) {
-                    writer.write(vexa::io::ImageView{result->getCols(), result->getRows(),
-                                                     result->getFormat()->getColorFormat(), bytes},
+                const uint8_t* bytes = result.buffer ? packedBytes(*result.buffer) : nullptr;
+                if (bytes) {
+                    const mivo::core::MediaBuffer& frame = *result.buffer;
+                    writer.write(vexa::io::ImageView{frame.getCols(), frame.getRows(),
+                                                     frame.getFormat()->getColorFormat(), bytes},
                                  nextWrite);
                 } else {
-                    writer.write(toImage(*result), nextWrite);
+                    writer.write(result.buffer ? toImage(*result.buffer) : result.picture,
+                                 nextWrite);
                 }
             } catch (...) {
                 guard.lock();
                 fail(nextWrite, std::current_exception());
                 return;
             }
-            result.reset();
+            result = {};
             if (progress && Clock::now() - lastShown > std::chrono::milliseconds(250)) {
                 lastShown = Clock::now();
                 showProgress(errors, nextWrite + 1 - parameters.firstFrame, total,

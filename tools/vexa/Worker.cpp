@@ -372,6 +372,23 @@ std::shared_ptr<MediaBuffer> Worker::run(const std::shared_ptr<MediaBuffer>& inp
     return slot->get();
 }
 
+vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& outputType,
+                              std::ostream* verbose) {
+    const bool hdr = parameters_.operation == Operation::HdrToSdr;
+    const int colorSpace = parameters_.inputColorSpace.value_or(
+        hdr ? mivo::COLOR_SPACE_BT2020 : defaultColorSpace(image.colorFormat));
+    std::shared_ptr<MediaBuffer> result = run(
+        toBuffer(image, colorSpace, hdr ? std::optional<int>(parameters_.hdrType) : std::nullopt),
+        verbose);
+    const int resultFormat = result->getFormat()->getColorFormat();
+    if (!fileHolds(outputType, resultFormat)) {
+        result = convert(result, fileFormatFor(outputType, resultFormat, image.colorFormat));
+    }
+    return toImage(*result);
+}
+
+// Kept apart from apply() so that frames of a clip reach the operation where they were read
+// and leave it in the buffers it wrote.
 std::shared_ptr<mivo::MediaFormat> Worker::inputFormat(const vexa::io::ImageView& image) const {
     const bool hdr = parameters_.operation == Operation::HdrToSdr;
     const int colorSpace = parameters_.inputColorSpace.value_or(
@@ -390,15 +407,6 @@ std::shared_ptr<MediaBuffer> Worker::process(const std::shared_ptr<MediaBuffer>&
         result = convert(result, fileFormatFor(outputType, resultFormat, inputFormat));
     }
     return result;
-}
-
-vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& outputType,
-                              std::ostream* verbose) {
-    std::shared_ptr<MediaBuffer> input =
-        mivo::core::detail::CpuMediaBuffer::allocateFor(inputFormat(image.view()));
-    // Both sides lay the planes out back to back without row padding.
-    std::memcpy(input->getDirectData(), image.data.data(), image.data.size());
-    return toImage(*process(input, outputType, verbose));
 }
 
 void Worker::reuseBuffers(const std::shared_ptr<BufferPool>& pool) {

@@ -513,6 +513,10 @@ int FrameReader::sourceBits() const {
     return state_->bits;
 }
 
+bool FrameReader::isPicture() const {
+    return state_->still;
+}
+
 long long FrameReader::frameCountHint() const {
     return state_->still ? 1 : state_->countHint;
 }

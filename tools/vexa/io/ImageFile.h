@@ -130,6 +130,8 @@ class FrameReader {
     int sourceBits() const;
     // Frames in the whole file, when its size tells; -1 for pipes and PNG or JPEG.
     long long frameCountHint() const;
+    // True for a PNG or JPEG file: one picture, not a stream of frames.
+    bool isPicture() const;
 
   private:
     struct State;
