@@ -54,6 +54,14 @@ class Worker {
     vexa::io::Image apply(const vexa::io::Image& image, const std::string& outputType,
                           std::ostream* verbose = nullptr);
 
+    // The operation on buffers, for callers that already hold them.
+    std::shared_ptr<mivo::core::MediaBuffer> run(
+        const std::shared_ptr<mivo::core::MediaBuffer>& input, std::ostream* verbose = nullptr);
+
+    // `buffer` in colour format `colorFormat`, converted by the plugin where it differs.
+    std::shared_ptr<mivo::core::MediaBuffer> convert(
+        const std::shared_ptr<mivo::core::MediaBuffer>& buffer, int colorFormat);
+
     // The format a picture of `image`'s size and layout enters the operation with.
     std::shared_ptr<mivo::MediaFormat> inputFormat(const vexa::io::ImageView& image) const;
 
@@ -65,14 +73,6 @@ class Worker {
     // Puts the outputs of later frames of a stream into memory from `pool` that earlier ones
     // gave back.
     void reuseBuffers(const std::shared_ptr<BufferPool>& pool);
-
-    // The operation on buffers, for callers that already hold them.
-    std::shared_ptr<mivo::core::MediaBuffer> run(
-        const std::shared_ptr<mivo::core::MediaBuffer>& input, std::ostream* verbose = nullptr);
-
-    // `buffer` in colour format `colorFormat`, converted by the plugin where it differs.
-    std::shared_ptr<mivo::core::MediaBuffer> convert(
-        const std::shared_ptr<mivo::core::MediaBuffer>& buffer, int colorFormat);
 
   private:
     std::shared_ptr<mivo::MediaFormat> wishFor(const mivo::core::MediaBuffer& input) const;

@@ -168,34 +168,6 @@ TEST_F(StreamTest, PictureOutputsNumberTheFramesOrRefuse) {
     EXPECT_EQ(entries(), (Names{"clip.y4m", "f-00.png", "f-01.png", "f-02.png", "one.jpg"}));
 }
 
-TEST_F(StreamTest, BrokenStreamsSayWhereAndLeaveNoPartialFile) {
-    std::string cut = clip(4);
-    cut.resize(cut.size() - 100);  // frame 3 ends early
-    std::string unmarked = clip(4);
-    unmarked[unmarked.find("FRAME", 100)] = 'X';  // frame 1's marker
-    writeBytes(path("cut.y4m"), cut);
-    writeBytes(path("unmarked.y4m"), unmarked);
-    writeBytes(path("odd.nv12"), std::string(768 * 2 + 5, 'x'));
-    const std::vector<std::pair<Names, Names>> cases{
-        {{"cut.y4m"}, {"cut.y4m", "frame 3, byte 2365", "ends inside the frame"}},
-        {{"cut.y4m", "--frame", "4"}, {"cut.y4m", "frame 3, byte 2365", "ends inside the frame"}},
-        {{"unmarked.y4m"}, {"unmarked.y4m", "frame 1, byte 811", "FRAME marker"}},
-        {{"odd.nv12", "--size", "32x16"}, {"odd.nv12", "768 bytes per frame", "1541 bytes"}}};
-    for (const auto& [input, parts] : cases) {
-        Names args{"rotate", "--angle", "180", "-o", "out.y4m"};
-        args.insert(args.begin() + 1, input.begin(), input.end());
-        const Outcome run = vexa(args);
-        EXPECT_EQ(run.code, 1);
-        expectMentions(run.err, parts);
-    }
-    EXPECT_EQ(entries(), (Names{"cut.y4m", "odd.nv12", "unmarked.y4m"}));
-    // Standard output gets the whole frames before the break.
-    EXPECT_EQ(sh("$V rotate - --angle 180 -o - <cut.y4m >out.y4m").code, 1);
-    const std::string out = slurp(path("out.y4m"));
-    EXPECT_EQ(countOf(out, "FRAME\n"), 3u);
-    EXPECT_EQ(out.size(), out.find('\n') + 1 + 3 * (6 + 768));
-}
-
 TEST_F(StreamTest, EachFrameComesOutAsThatFrameAlone) {
     // Noise, so that memory used again for a later frame shows in any byte left unwritten;
     // more frames than -j 2 holds at once, so that memory is used again.
@@ -241,6 +213,34 @@ TEST_F(StreamTest, SignalsRemoveTheTemporaryAndExitByNumber) {
         EXPECT_EQ(run.code, code) << name << ": " << run.err;
         EXPECT_EQ(entries(), Names{"in.y4m"}) << name;
     }
+}
+
+TEST_F(StreamTest, BrokenStreamsSayWhereAndLeaveNoPartialFile) {
+    std::string cut = clip(4);
+    cut.resize(cut.size() - 100);  // frame 3 ends early
+    std::string unmarked = clip(4);
+    unmarked[unmarked.find("FRAME", 100)] = 'X';  // frame 1's marker
+    writeBytes(path("cut.y4m"), cut);
+    writeBytes(path("unmarked.y4m"), unmarked);
+    writeBytes(path("odd.nv12"), std::string(768 * 2 + 5, 'x'));
+    const std::vector<std::pair<Names, Names>> cases{
+        {{"cut.y4m"}, {"cut.y4m", "frame 3, byte 2365", "ends inside the frame"}},
+        {{"cut.y4m", "--frame", "4"}, {"cut.y4m", "frame 3, byte 2365", "ends inside the frame"}},
+        {{"unmarked.y4m"}, {"unmarked.y4m", "frame 1, byte 811", "FRAME marker"}},
+        {{"odd.nv12", "--size", "32x16"}, {"odd.nv12", "768 bytes per frame", "1541 bytes"}}};
+    for (const auto& [input, parts] : cases) {
+        Names args{"rotate", "--angle", "180", "-o", "out.y4m"};
+        args.insert(args.begin() + 1, input.begin(), input.end());
+        const Outcome run = vexa(args);
+        EXPECT_EQ(run.code, 1);
+        expectMentions(run.err, parts);
+    }
+    EXPECT_EQ(entries(), (Names{"cut.y4m", "odd.nv12", "unmarked.y4m"}));
+    // Standard output gets the whole frames before the break.
+    EXPECT_EQ(sh("$V rotate - --angle 180 -o - <cut.y4m >out.y4m").code, 1);
+    const std::string out = slurp(path("out.y4m"));
+    EXPECT_EQ(countOf(out, "FRAME\n"), 3u);
+    EXPECT_EQ(out.size(), out.find('\n') + 1 + 3 * (6 + 768));
 }
 
 using InfoTest = CliTest;
