@@ -10,6 +10,7 @@
 #include <mutex>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 namespace vexa {
 
@@ -35,6 +36,34 @@ void showProgress(std::ostream& errors, long long done, long long total, double 
         line << ", " << static_cast<long long>((total - done) / fps + 0.5) << " s left";
     errors << line.str() << std::flush;
 }
+
+// Frames read ahead, used again: reading into a vector that already has the frame's size
+// neither allocates nor clears.
+class FrameShelf {
+  public:
+    std::unique_ptr<vexa::io::Image> take() {
+        std::lock_guard<std::mutex> guard(lock_);
+        if (free_.empty()) return std::make_unique<vexa::io::Image>();
+        std::unique_ptr<vexa::io::Image> frame = std::move(free_.back());
+        free_.pop_back();
+        return frame;
+    }
+    void give(std::unique_ptr<vexa::io::Image> frame) {
+        std::lock_guard<std::mutex> guard(lock_);
+        free_.push_back(std::move(frame));
+    }
+
+  private:
+    std::mutex lock_;
+    std::vector<std::unique_ptr<vexa::io::Image>> free_;
+};
+
+// A frame done: a frame of a clip stays in the buffer the operation wrote; a picture file's
+// result comes as the picture writer takes it.
+struct Done {
+    std::shared_ptr<mivo::core::MediaBuffer> buffer;
+    vexa::io::Image picture;
+};
 
 }  // namespace
 
@@ -65,8 +94,11 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
     const size_t window = 2 * size_t(workers);
     std::mutex lock;
     std::condition_variable changed;
-    std::deque<std::pair<long long, vexa::io::Image>> pending;
-    std::map<long long, vexa::io::Image> finished;
+    FrameShelf shelf;
+    const auto buffers = std::make_shared<BufferPool>();
+    std::deque<std::pair<long long, std::unique_ptr<vexa::io::Image>>> pending;
+    std::map<long long, Done> finished;
+    const bool picture = reader.isPicture();
     std::exception_ptr failure;
     long long failedAt = -1;
     bool inputDone = false;
@@ -82,6 +114,7 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
 
     auto work = [&]() {
         Worker worker(parameters);
+        worker.reuseBuffers(buffers);
         std::unique_lock<std::mutex> guard(lock);
         for (;;) {
             changed.wait(guard, [&] { return !pending.empty() || inputDone; });
@@ -91,15 +124,29 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
             // Frames before a failure are still written; those after it are not needed.
             if (failure && index >= failedAt) continue;
             guard.unlock();
-            vexa::io::Image result;
+            Done result;
             std::exception_ptr error;
             std::ostringstream said;
             try {
-                result = worker.apply(frame, job.type, verbose ? &said : nullptr);
+                if (picture) {
+                    result.picture = worker.apply(*frame, job.type, verbose ? &said : nullptr);
+                } else {
+                    // The operation reads the frame where it was read to; the frame goes back
+                    // to the shelf once nothing holds it.
+                    vexa::io::Image* image = frame.release();
+                    std::shared_ptr<mivo::core::MediaBuffer> input(
+                        mivo::core::detail::CpuMediaBuffer::wrap(worker.inputFormat(image->view()),
+                                                                 image->data.data())
+                            .release(),
+                        [&shelf, image](mivo::core::MediaBuffer* buffer) {
+                            delete buffer;
+                            shelf.give(std::unique_ptr<vexa::io::Image>(image));
+                        });
+                    result.buffer = worker.process(input, job.type, verbose ? &said : nullptr);
+                }
             } catch (...) {
                 error = std::current_exception();
             }
-            frame = {};
             guard.lock();
             if (verbose) details << said.str();
             if (error) {
@@ -111,75 +158,82 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
         }
     };
 
-    std::vector<std::thread> pool;
-    for (unsigned t = 0; t < workers; ++t) pool.emplace_back(work);
-
     long long nextRead = parameters.firstFrame;
     long long nextWrite = parameters.firstFrame;
-    bool endOfInput = false;
-    auto lastShown = Clock::now();
+
+    // Writing has a thread of its own so that it overlaps reading.
+    auto writeOut = [&]() {
+        auto lastShown = Clock::now();
+        std::unique_lock<std::mutex> guard(lock);
+        for (;;) {
+            changed.wait(guard, [&] {
+                return finished.count(nextWrite) || (failure && failedAt <= nextWrite) ||
+                       (inputDone && nextWrite == nextRead);
+            });
+            if ((failure && failedAt <= nextWrite) || !finished.count(nextWrite)) return;
+            Done result = std::move(finished[nextWrite]);
+            finished.erase(nextWrite);
+            if (verbose) {
+                *verbose << details.str();
+                details.str("");
+            }
+            guard.unlock();
+            try {
+                const uint8_t* bytes = result.buffer ? packedBytes(*result.buffer) : nullptr;
+                if (bytes) {
+                    const mivo::core::MediaBuffer& frame = *result.buffer;
+                    writer.write(vexa::io::ImageView{frame.getCols(), frame.getRows(),
+                                                     frame.getFormat()->getColorFormat(), bytes},
+                                 nextWrite);
+                } else {
+                    writer.write(result.buffer ? toImage(*result.buffer) : result.picture,
+                                 nextWrite);
+                }
+            } catch (...) {
+                guard.lock();
+                fail(nextWrite, std::current_exception());
+                return;
+            }
+            result = {};
+            if (progress && Clock::now() - lastShown > std::chrono::milliseconds(250)) {
+                lastShown = Clock::now();
+                showProgress(errors, nextWrite + 1 - parameters.firstFrame, total,
+                             std::chrono::duration<double>(lastShown - start).count());
+            }
+            guard.lock();
+            ++nextWrite;
+            changed.notify_all();
+        }
+    };
+
+    std::vector<std::thread> pool;
+    for (unsigned t = 0; t < workers; ++t) pool.emplace_back(work);
+    pool.emplace_back(writeOut);
+
+    // Reading stays on this thread, ahead of the writer by the window at most.
     try {
         for (;;) {
-            // Fill the window, then write what is done in order.
-            while (!endOfInput && nextRead - nextWrite < static_cast<long long>(window)) {
-                if (parameters.endFrame >= 0 && nextRead >= parameters.endFrame) {
-                    endOfInput = true;
-                    break;
-                }
-                vexa::io::Image frame;
-                bool got = false;
-                try {
-                    got = reader.next(frame);
-                } catch (...) {
-                    std::lock_guard<std::mutex> guard(lock);
-                    fail(nextRead, std::current_exception());
-                    endOfInput = true;
-                    break;
-                }
-                if (!got) {
-                    endOfInput = true;
-                    break;
-                }
-                std::lock_guard<std::mutex> guard(lock);
-                pending.emplace_back(nextRead++, std::move(frame));
-                changed.notify_one();
-            }
-            if (endOfInput) {
-                std::lock_guard<std::mutex> guard(lock);
-                inputDone = true;
-                changed.notify_all();
-            }
-            if (nextWrite == nextRead) break;
-            vexa::io::Image result;
             {
                 std::unique_lock<std::mutex> guard(lock);
                 changed.wait(guard, [&] {
-                    return finished.count(nextWrite) || (failure && failedAt <= nextWrite);
+                    return failure || nextRead - nextWrite < static_cast<long long>(window);
                 });
-                if (failure && failedAt <= nextWrite) break;
-                result = std::move(finished[nextWrite]);
-                finished.erase(nextWrite);
-                if (verbose) {
-                    *verbose << details.str();
-                    details.str("");
-                }
+                if (failure) break;
             }
-            writer.write(result, nextWrite);
-            ++nextWrite;
-            if (progress && Clock::now() - lastShown > std::chrono::milliseconds(250)) {
-                lastShown = Clock::now();
-                showProgress(errors, nextWrite - parameters.firstFrame, total,
-                             std::chrono::duration<double>(lastShown - start).count());
-            }
+            if (parameters.endFrame >= 0 && nextRead >= parameters.endFrame) break;
+            std::unique_ptr<vexa::io::Image> frame = shelf.take();
+            if (!reader.next(*frame)) break;
+            std::lock_guard<std::mutex> guard(lock);
+            pending.emplace_back(nextRead++, std::move(frame));
+            changed.notify_all();
         }
     } catch (...) {
         std::lock_guard<std::mutex> guard(lock);
-        fail(nextWrite, std::current_exception());
+        fail(nextRead, std::current_exception());
     }
     {
         std::lock_guard<std::mutex> guard(lock);
         inputDone = true;
-        if (!failure) failedAt = -1;
         changed.notify_all();
     }
     for (std::thread& thread : pool) thread.join();

@@ -70,7 +70,7 @@ auto allocating(int cols, int rows, int colorFormat, Make&& make) -> decltype(ma
 }
 
 // Runs `plugin` from `input` into a new output slot that wishes for `wish`.
-std::shared_ptr<MediaBuffer> runInto(mivo::ext::VexaPlugin& plugin,
+std::shared_ptr<MediaBuffer> runInto(ReusingPlugin& plugin,
                                      const std::shared_ptr<MediaBuffer>& input,
                                      std::shared_ptr<mivo::MediaFormat> wish,
                                      const std::string& what) {
@@ -210,6 +210,22 @@ std::shared_ptr<MediaBuffer> toBuffer(const vexa::io::Image& image, int colorSpa
     return buffer;
 }
 
+namespace {
+
+int planesOf(const _ZOCA_IMGB& record) {
+    return record.colorFormat == ZOCA_CF_I420 ? 3 : (record.colorFormat > 199 ? 1 : 2);
+}
+
+// The bytes of one row of plane `p` without padding.
+size_t rowBytesOf(const _ZOCA_IMGB& record, int p) {
+    size_t rowBytes = static_cast<size_t>(record.width[p]);
+    if (record.colorFormat > 199) rowBytes *= record.stride[0] / std::max(record.width[0], 1);
+    if (p == 1 && planesOf(record) == 2) rowBytes *= 2;  // interleaved chroma pairs
+    return rowBytes;
+}
+
+}  // namespace
+
 vexa::io::Image toImage(const MediaBuffer& buffer) {
     vexa::io::Image image;
     image.width = buffer.getCols();
@@ -220,14 +236,9 @@ vexa::io::Image toImage(const MediaBuffer& buffer) {
     });
     // Copy plane by plane through the record, so any row padding is dropped.
     const _ZOCA_IMGB record = recordOf(buffer);
-    const int bytesPerSample =
-        record.colorFormat > 199 ? record.stride[0] / std::max(record.width[0], 1) : 1;
     uint8_t* out = image.data.data();
-    const int planes = record.colorFormat == ZOCA_CF_I420 ? 3 : (record.colorFormat > 199 ? 1 : 2);
-    for (int p = 0; p < planes; ++p) {
-        size_t rowBytes = static_cast<size_t>(record.width[p]);
-        if (record.colorFormat > 199) rowBytes *= static_cast<size_t>(bytesPerSample);
-        if (p == 1 && planes == 2) rowBytes *= 2;  // interleaved chroma pairs
+    for (int p = 0; p < planesOf(record); ++p) {
+        const size_t rowBytes = rowBytesOf(record, p);
         const auto* in = reinterpret_cast<const uint8_t*>(record.addr[p]);
         for (int y = 0; y < record.height[p]; ++y) {
             std::memcpy(out, in + static_cast<size_t>(y) * record.stride[p], rowBytes);
@@ -235,6 +246,21 @@ vexa::io::Image toImage(const MediaBuffer& buffer) {
         }
     }
     return image;
+}
+
+const uint8_t* packedBytes(const MediaBuffer& buffer) {
+    const _ZOCA_IMGB record = recordOf(buffer);
+    const auto* base = static_cast<const uint8_t*>(buffer.getDirectData());
+    size_t offset = 0;
+    for (int p = 0; p < planesOf(record); ++p) {
+        const size_t rowBytes = rowBytesOf(record, p);
+        if (reinterpret_cast<const uint8_t*>(record.addr[p]) != base + offset ||
+            (record.height[p] > 1 && static_cast<size_t>(record.stride[p]) != rowBytes)) {
+            return nullptr;
+        }
+        offset += rowBytes * static_cast<size_t>(record.height[p]);
+    }
+    return base;
 }
 
 std::string describeRecord(const _ZOCA_IMGB& r) {
@@ -508,7 +534,6 @@ vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& o
     const bool hdr = parameters_.operation == Operation::HdrToSdr;
     const int colorSpace = parameters_.inputColorSpace.value_or(
         hdr ? mivo::COLOR_SPACE_BT2020 : defaultColorSpace(image.colorFormat));
-    checkLibrarySize(image.width, image.height);
     return toImage(*process(
         toBuffer(image, colorSpace, hdr ? std::optional<int>(parameters_.hdrType) : std::nullopt),
         outputType, verbose));
@@ -550,6 +575,21 @@ std::shared_ptr<MediaBuffer> Worker::process(std::shared_ptr<MediaBuffer> input,
         done = convert(done, fileFormatFor(outputType, resultFormat, inputFormat));
     }
     return done;
+}
+
+// Kept apart from apply() so that frames of a clip reach the operation where they were read
+// and leave it in the buffers it wrote.
+std::shared_ptr<mivo::MediaFormat> Worker::inputFormat(const vexa::io::ImageView& image) const {
+    const bool hdr = parameters_.operation == Operation::HdrToSdr;
+    const int colorSpace = parameters_.inputColorSpace.value_or(
+        hdr ? mivo::COLOR_SPACE_BT2020 : defaultColorSpace(image.colorFormat));
+    auto format = mivo::makeImageFormat(image.colorFormat, image.width, image.height, colorSpace);
+    if (hdr) format->setExtra(mivo::extra::kHdrType, parameters_.hdrType);
+    return format->freeze();
+}
+
+void Worker::reuseBuffers(const std::shared_ptr<BufferPool>& pool) {
+    for (ReusingPlugin* plugin : {&operation_, &converter_, &cropper_}) plugin->reuse(pool);
 }
 
 }  // namespace vexa

@@ -4,6 +4,7 @@
 #ifndef VEXA_WORKER_H
 #define VEXA_WORKER_H
 
+#include "BufferPool.h"
 #include "Parameters.h"
 
 #include "mivo/core/buffer/MediaBuffer.h"
@@ -32,6 +33,8 @@ int defaultColorSpace(int colorFormat);
 std::shared_ptr<mivo::core::MediaBuffer> toBuffer(const vexa::io::Image& image, int colorSpace,
                                                   std::optional<int> hdrType = std::nullopt);
 vexa::io::Image toImage(const mivo::core::MediaBuffer& buffer);
+// The buffer's bytes when its planes already lie as an Image holds them; null otherwise.
+const uint8_t* packedBytes(const mivo::core::MediaBuffer& buffer);
 
 // A record as text, one line per plane in use.
 std::string describeRecord(const _ZOCA_IMGB& record);
@@ -61,8 +64,8 @@ class Worker {
     vexa::io::Image apply(const vexa::io::Image& image, const std::string& outputType,
                           std::ostream* verbose = nullptr);
 
-    // apply() on a buffer, leaving the result in a buffer; `input` is let go as soon as it
-    // has been used.
+    // apply() on a buffer (of inputFormat() for the frames of a clip), leaving the result in
+    // a buffer; `input` is let go as soon as it has been used.
     std::shared_ptr<mivo::core::MediaBuffer> process(std::shared_ptr<mivo::core::MediaBuffer> input,
                                                      const std::string& outputType,
                                                      std::ostream* verbose = nullptr);
@@ -70,6 +73,13 @@ class Worker {
     // `buffer` in colour format `colorFormat`, converted by the plugin where it differs.
     std::shared_ptr<mivo::core::MediaBuffer> convert(
         const std::shared_ptr<mivo::core::MediaBuffer>& buffer, int colorFormat);
+
+    // The format a picture of `image`'s size and layout enters the operation with.
+    std::shared_ptr<mivo::MediaFormat> inputFormat(const vexa::io::ImageView& image) const;
+
+    // Puts the outputs of later frames of a stream into memory from `pool` that earlier ones
+    // gave back.
+    void reuseBuffers(const std::shared_ptr<BufferPool>& pool);
 
   private:
     // What one picture goes through, decided from its size and the output type.
@@ -94,9 +104,9 @@ class Worker {
         std::ostream* verbose);
 
     Parameters parameters_;
-    mivo::ext::VexaPlugin operation_;
-    mivo::ext::VexaPlugin converter_;
-    mivo::ext::VexaPlugin cropper_;
+    ReusingPlugin operation_;
+    ReusingPlugin converter_;
+    ReusingPlugin cropper_;
 };
 
 }  // namespace vexa

@@ -183,6 +183,53 @@ TEST_F(StreamTest, PictureOutputsNumberTheFramesOrRefuse) {
     EXPECT_EQ(entries(), (Names{"clip.y4m", "f-00.png", "f-01.png", "f-02.png", "one.jpg"}));
 }
 
+TEST_F(StreamTest, EachFrameComesOutAsThatFrameAlone) {
+    // Noise, so that memory used again for a later frame shows in any byte left unwritten;
+    // more frames than -j 2 holds at once, so that memory is used again.
+    std::string clip = "YUV4MPEG2 W30 H22 C420\n";
+    for (int i = 0; i < 8; ++i) {
+        const Image frame = noiseImage(kYuv420, 30, 22, i + 1);
+        clip += "FRAME\n" + std::string(frame.data.begin(), frame.data.end());
+    }
+    writeBytes(path("noise.y4m"), clip);
+    for (const Names& operation : std::vector<Names>{{"rotate", "--angle", "90"},
+                                                     {"flip", "--direction", "horizontal"},
+                                                     {"crop", "--rect", "3,5,20,14"},
+                                                     {"convert", "--to-format", "nv12", "--dither"},
+                                                     {"downscale", "--factor", "2"},
+                                                     {"tonemap", "--hdr-type", "pq"}}) {
+        Names args = operation;
+        args.insert(args.begin() + 1, "noise.y4m");
+        const auto with = [&args](const Names& more) {
+            Names all = args;
+            all.insert(all.end(), more.begin(), more.end());
+            return all;
+        };
+        ok(with({"-j", "2", "-o", "all.y4m"}));
+        vexa::io::FrameReader all(path("all.y4m"), {});
+        Image frame;
+        for (int i = 0; i < 8; ++i) {
+            ASSERT_TRUE(all.next(frame));
+            ok(with({"--frame", std::to_string(i), "-o", "one.y4m"}));
+            EXPECT_EQ(load("one.y4m").data, frame.data) << operation[0] << ", frame " << i;
+        }
+    }
+}
+
+TEST_F(StreamTest, SignalsRemoveTheTemporaryAndExitByNumber) {
+    for (const auto& [name, code] :
+         std::vector<std::pair<std::string, int>>{{"INT", 130}, {"TERM", 143}}) {
+        // The clip never ends: the signal lands while vexa waits for the next frame.
+        const Outcome run =
+            sh("rm -f in.y4m && mkfifo in.y4m && ($V rotate in.y4m --angle 90 -j 2 -o out.y4m & "
+               "exec 3>in.y4m && printf 'YUV4MPEG2 W2 H2 C420\\nFRAME\\n123456FRAME\\n12' >&3 "
+               "&& for i in {1..500}; do ls -a | grep -q tmp && break; sleep 0.01; done; kill -" +
+               name + " $! && exec 3>&- && wait $!)");
+        EXPECT_EQ(run.code, code) << name << ": " << run.err;
+        EXPECT_EQ(entries(), Names{"in.y4m"}) << name;
+    }
+}
+
 TEST_F(StreamTest, BrokenStreamsSayWhereAndLeaveNoPartialFile) {
     std::string cut = clip(4);
     cut.resize(cut.size() - 100);  // frame 3 ends early
@@ -193,6 +240,7 @@ TEST_F(StreamTest, BrokenStreamsSayWhereAndLeaveNoPartialFile) {
     writeBytes(path("odd.nv12"), std::string(768 * 2 + 5, 'x'));
     const std::vector<std::pair<Names, Names>> cases{
         {{"cut.y4m"}, {"cut.y4m", "frame 3, byte 2365", "ends inside the frame"}},
+        {{"cut.y4m", "--frame", "4"}, {"cut.y4m", "frame 3, byte 2365", "ends inside the frame"}},
         {{"unmarked.y4m"}, {"unmarked.y4m", "frame 1, byte 811", "FRAME marker"}},
         {{"odd.nv12", "--size", "32x16"}, {"odd.nv12", "768 bytes per frame", "1541 bytes"}}};
     for (const auto& [input, parts] : cases) {

@@ -30,6 +30,14 @@ enum ColorFormatCode : int {
 constexpr int kMaxSide = 65536;
 constexpr size_t kMaxImageBytes = size_t{1} << 31;
 
+// An Image's layout over bytes held elsewhere.
+struct ImageView {
+    int width = 0;
+    int height = 0;
+    int colorFormat = 0;
+    const uint8_t* data = nullptr;
+};
+
 // A picture with its planes back to back and no row padding:
 //  - nv12/nv21: luma width*height, then one interleaved chroma plane of
 //    ((width+1)&~1) bytes per row and (height+1)/2 rows;
@@ -40,6 +48,8 @@ struct Image {
     int height = 0;
     int colorFormat = 0;
     std::vector<uint8_t> data;
+
+    ImageView view() const { return {width, height, colorFormat, data.data()}; }
 };
 
 // Raw files carry no header, so the caller says what is in them.
@@ -115,10 +125,13 @@ class FrameReader {
     bool next(Image& frame);
     // Passes over the next frame without keeping it; false at the end.
     bool skip();
+
     const StreamTags& tags() const;
     int sourceBits() const;
     // Frames in the whole file, when its size tells; -1 for pipes and PNG or JPEG.
     long long frameCountHint() const;
+    // True for a PNG or JPEG file: one picture, not a stream of frames.
+    bool isPicture() const;
 
   private:
     struct State;
@@ -138,7 +151,8 @@ class FrameWriter {
     FrameWriter(const std::string& path, const std::string& type, const StreamTags& tags,
                 const WriteOptions& options);
     ~FrameWriter();
-    void write(const Image& frame, long long index);
+    void write(const ImageView& frame, long long index);
+    void write(const Image& frame, long long index) { write(frame.view(), index); }
     void finish();
 
   private:
