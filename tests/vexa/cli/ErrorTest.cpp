@@ -156,7 +156,8 @@ TEST_F(ErrorTest, UsageErrorsInWords) {
 TEST_F(ErrorTest, HelpShowsTheRulesAndEveryDefault) {
     const Outcome help = ok({"rotate", "--help"});
     EXPECT_EQ(ok({"-j", "2", "help", "rotate"}).out, help.out);
-    expectMentions(help.out, {"(default: 92)", "(default: one per core, here ", "bt709 for YUV", "Odd sizes:"});
+    expectMentions(help.out, {"(default: 92)", "(default: one per core, here ", "bt709 for YUV",
+                              "Odd sizes:"});
     expectMentions(ok({"help"}).out, {"WxH^ fills the box", "rsz, resize"});
 }
 
