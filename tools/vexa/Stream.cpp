@@ -164,7 +164,7 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
                     details.str("");
                 }
             }
-            writer.write(result, nextWrite);
+            writer.write(std::move(result), nextWrite);
             ++nextWrite;
             if (progress && Clock::now() - lastShown > std::chrono::milliseconds(250)) {
                 lastShown = Clock::now();

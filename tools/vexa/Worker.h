@@ -28,7 +28,8 @@ class FileError : public std::runtime_error {
 // encodes sRGB pictures in, so that what the command writes reads back the same.
 int defaultColorSpace(int colorFormat);
 
-// Picture files as framework buffers and back.
+// Picture files as framework buffers and back. The buffer borrows the image's memory: keep
+// the image alive while the buffer is used.
 std::shared_ptr<mivo::core::MediaBuffer> toBuffer(const vexa::io::Image& image, int colorSpace,
                                                   std::optional<int> hdrType = std::nullopt);
 vexa::io::Image toImage(const mivo::core::MediaBuffer& buffer);

@@ -63,8 +63,9 @@ TEST_F(PngTest, ExpandsEveryInputKindTo8BitRgbOrRgba) {
          {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}}, {255, 128}, kRgba, {1, 2, 3, 255, 4, 5, 6, 128, 7, 8, 9, 255}},
         {"palette 8-bit", PNG_COLOR_TYPE_PALETTE, 8, false, 2, {1, 0}, {{1, 2, 3}, {4, 5, 6}}, {}, kRgb,
          {4, 5, 6, 1, 2, 3}},
+        // Scaled by 255/65535 and dithered, not cut to the high byte: 0xFF00 is 254.007.
         {"rgb 16-bit", PNG_COLOR_TYPE_RGB, 16, false, 1, {0x12, 0x34, 0xAB, 0xCD, 0xFF, 0x00}, {}, {}, kRgb,
-         {0x12, 0xAB, 0xFF}},
+         {0x12, 0xAB, 0xFE}},
         {"rgba interlaced", PNG_COLOR_TYPE_RGBA, 8, true, 3, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}, {}, {},
          kRgba, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}},
     };

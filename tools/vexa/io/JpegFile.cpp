@@ -5,9 +5,12 @@
 #include <jerror.h>
 #include <jpeglib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csetjmp>
+#include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "vexa/io/Internal.h"
 
@@ -65,11 +68,31 @@ struct Writer {
     ~Writer() { jpeg_destroy_compress(&cinfo); }
 };
 
+// The colour space of an ICC profile (APP2) and the orientation of an EXIF block (APP1).
+void readMetadata(jpeg_decompress_struct& cinfo, Image& out) {
+    JOCTET* profile = nullptr;
+    unsigned int length = 0;
+    if (jpeg_read_icc_profile(&cinfo, &profile, &length)) {
+        out.colorSpace = colorSpaceOfIcc(profile, length, out.hdrType);
+        out.colorTag = out.colorSpace != 0 ? "ICC" : "ICC, not recognised";
+        std::free(profile);
+    }
+    for (jpeg_saved_marker_ptr m = cinfo.marker_list; m != nullptr; m = m->next) {
+        if (m->marker == JPEG_APP0 + 1 && m->data_length >= 6 &&
+            std::memcmp(m->data, "Exif\0\0", 6) == 0) {
+            out.orientation = exifOrientation(m->data, m->data_length);
+            break;
+        }
+    }
+}
+
 bool decode(Reader& r, std::FILE* f, Image& out) {
     installErrorManager(reinterpret_cast<jpeg_common_struct*>(&r.cinfo), r.errors);
     if (setjmp(r.errors.jump)) return false;
     jpeg_create_decompress(&r.cinfo);
     jpeg_stdio_src(&r.cinfo, f);
+    jpeg_save_markers(&r.cinfo, JPEG_APP0 + 1, 0xFFFF);
+    jpeg_save_markers(&r.cinfo, JPEG_APP0 + 2, 0xFFFF);
     jpeg_read_header(&r.cinfo, TRUE);
     checkDimensions(r.cinfo.image_width, r.cinfo.image_height, kRgb);
     // A flat picture's 8x8 blocks cost a few bits each: far below 1/4096 of its pixels.
@@ -77,6 +100,7 @@ bool decode(Reader& r, std::FILE* f, Image& out) {
                  imageByteSize(kRgb, static_cast<int>(r.cinfo.image_width),
                                static_cast<int>(r.cinfo.image_height)),
                  4096);
+    readMetadata(r.cinfo, out);
     r.cinfo.out_color_space = JCS_RGB;  // gray and YCbCr both come out as rgb
     jpeg_start_decompress(&r.cinfo);
     if (r.cinfo.output_components != 3) fail("unexpected JPEG output layout");
@@ -86,15 +110,31 @@ bool decode(Reader& r, std::FILE* f, Image& out) {
     out.height = static_cast<int>(r.cinfo.output_height);
     out.colorFormat = kRgb;
     out.data.resize(rowBytes * r.cinfo.output_height);
+    // A whole row group per call: the decoder writes straight into the picture.
     while (r.cinfo.output_scanline < r.cinfo.output_height) {
-        JSAMPROW row = out.data.data() + static_cast<size_t>(r.cinfo.output_scanline) * rowBytes;
-        jpeg_read_scanlines(&r.cinfo, &row, 1);
+        JSAMPROW rows[16];
+        const JDIMENSION first = r.cinfo.output_scanline;
+        const JDIMENSION count = std::min<JDIMENSION>(16, r.cinfo.output_height - first);
+        for (JDIMENSION i = 0; i < count; ++i) rows[i] = out.data.data() + (first + i) * rowBytes;
+        jpeg_read_scanlines(&r.cinfo, rows, count);
     }
     jpeg_finish_decompress(&r.cinfo);
     return true;
 }
 
-bool encode(Writer& w, std::FILE* f, const Image& image, int quality) {
+// Luma sampling factors: full chroma (444), half across (422), half both ways (420).
+void setSubsampling(jpeg_compress_struct& cinfo, int subsampling, int quality) {
+    if (subsampling == 0) subsampling = quality >= 90 ? 444 : 420;
+    cinfo.comp_info[0].h_samp_factor = subsampling == 444 ? 1 : 2;
+    cinfo.comp_info[0].v_samp_factor = subsampling == 420 ? 2 : 1;
+    for (int c = 1; c < 3; ++c) {
+        cinfo.comp_info[c].h_samp_factor = 1;
+        cinfo.comp_info[c].v_samp_factor = 1;
+    }
+}
+
+bool encode(Writer& w, std::FILE* f, const Image& image, int quality, int subsampling,
+            const std::vector<uint8_t>& profile) {
     installErrorManager(reinterpret_cast<jpeg_common_struct*>(&w.cinfo), w.errors);
     if (setjmp(w.errors.jump)) return false;
     jpeg_create_compress(&w.cinfo);
@@ -105,7 +145,11 @@ bool encode(Writer& w, std::FILE* f, const Image& image, int quality) {
     w.cinfo.in_color_space = JCS_RGB;
     jpeg_set_defaults(&w.cinfo);
     jpeg_set_quality(&w.cinfo, quality, TRUE);
+    setSubsampling(w.cinfo, subsampling, quality);
     jpeg_start_compress(&w.cinfo, TRUE);
+    if (!profile.empty()) {
+        jpeg_write_icc_profile(&w.cinfo, profile.data(), static_cast<unsigned>(profile.size()));
+    }
     const size_t rowBytes = static_cast<size_t>(image.width) * 3;
     while (w.cinfo.next_scanline < w.cinfo.image_height) {
         // libjpeg's API takes a non-const row but only reads it.
@@ -119,16 +163,22 @@ bool encode(Writer& w, std::FILE* f, const Image& image, int quality) {
 
 }  // namespace
 
-Image readJpeg(std::FILE* f) {
+Image readJpeg(std::FILE* f, bool autoOrient) {
     Reader r;
     Image image;
     if (!decode(r, f, image)) fail(std::string("invalid JPEG: ") + r.errors.message);
+    if (autoOrient) orient(image, image.orientation);
     return image;
 }
 
-void writeJpeg(std::FILE* f, const Image& image, int quality) {
+void writeJpeg(std::FILE* f, const Image& image, int quality, int subsampling) {
+    // sRGB is what a JPEG without a profile is taken to be.
+    const std::vector<uint8_t> profile =
+        image.colorSpace == 0 || image.colorSpace == kSpaceSrgb
+            ? std::vector<uint8_t>()
+            : iccProfileFor(image.colorSpace, image.hdrType);
     Writer w;
-    if (encode(w, f, image, quality)) return;
+    if (encode(w, f, image, quality, subsampling, profile)) return;
     // libjpeg's own text for this guesses at a full disk; the system knows the real cause.
     if (w.errors.pub.msg_code == JERR_FILE_WRITE) {
         fail(std::string("write failed: ") + std::strerror(errno));
