@@ -95,7 +95,7 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
             std::exception_ptr error;
             std::ostringstream said;
             try {
-                result = worker.apply(frame, job.type, verbose ? &said : nullptr);
+                result = worker.apply(std::move(frame), job.type, verbose ? &said : nullptr);
             } catch (...) {
                 error = std::current_exception();
             }

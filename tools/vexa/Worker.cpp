@@ -346,7 +346,7 @@ std::shared_ptr<MediaBuffer> Worker::run(const std::shared_ptr<MediaBuffer>& inp
     return slot->get();
 }
 
-vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& outputType,
+vexa::io::Image Worker::apply(vexa::io::Image image, const std::string& outputType,
                               std::ostream* verbose) {
     const bool hdr = parameters_.operation == Operation::HdrToSdr;
     const int tagged = image.colorSpace != 0 ? image.colorSpace : parameters_.inputColorSpace.value_or(0);
@@ -356,9 +356,12 @@ vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& o
     std::shared_ptr<MediaBuffer> result = run(
         toBuffer(image, colorSpace, hdr ? std::optional<int>(parameters_.hdrType) : std::nullopt),
         verbose);
+    const int inputFormat = image.colorFormat;
+    // The input is no longer needed: freed before the result is copied out.
+    std::vector<uint8_t>().swap(image.data);
     const int resultFormat = result->getFormat()->getColorFormat();
     if (!fileHolds(outputType, resultFormat)) {
-        result = convert(result, fileFormatFor(outputType, resultFormat, image.colorFormat));
+        result = convert(result, fileFormatFor(outputType, resultFormat, inputFormat));
     }
     vexa::io::Image out = toImage(*result);
     // Tone mapping gives SDR BT.709; an untagged input stays untagged (sRGB) unless the

@@ -49,7 +49,8 @@ class Worker {
     // One picture through the operation, in the colour format of the file type that
     // `outputType` names by its extension. Throws FileError (or UsageError for an impossible
     // request).
-    vexa::io::Image apply(const vexa::io::Image& image, const std::string& outputType,
+    // The image is taken by value so that its memory is freed as soon as it has been used.
+    vexa::io::Image apply(vexa::io::Image image, const std::string& outputType,
                           std::ostream* verbose = nullptr);
 
     // The operation on buffers, for callers that already hold them.
