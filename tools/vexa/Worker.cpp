@@ -349,10 +349,12 @@ std::shared_ptr<MediaBuffer> Worker::run(const std::shared_ptr<MediaBuffer>& inp
 vexa::io::Image Worker::apply(vexa::io::Image image, const std::string& outputType,
                               std::ostream* verbose) {
     const bool hdr = parameters_.operation == Operation::HdrToSdr;
-    const int tagged = image.colorSpace != 0 ? image.colorSpace : parameters_.inputColorSpace.value_or(0);
-    const int colorSpace = parameters_.inputColorSpace.value_or(
-        image.colorSpace != 0 ? image.colorSpace
-                              : hdr ? mivo::COLOR_SPACE_BT2020 : defaultColorSpace(image.colorFormat));
+    const int tagged =
+        image.colorSpace != 0 ? image.colorSpace : parameters_.inputColorSpace.value_or(0);
+    const int colorSpace =
+        parameters_.inputColorSpace.value_or(image.colorSpace != 0 ? image.colorSpace
+                                             : hdr                 ? mivo::COLOR_SPACE_BT2020
+                                                   : defaultColorSpace(image.colorFormat));
     std::shared_ptr<MediaBuffer> result = run(
         toBuffer(image, colorSpace, hdr ? std::optional<int>(parameters_.hdrType) : std::nullopt),
         verbose);

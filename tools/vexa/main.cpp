@@ -279,8 +279,8 @@ int runInfo(const std::string& path, const Arguments& a) {
     // Constructing a plugin registers the record view of buffers.
     mivo::ext::VexaPlugin registration(nullptr, std::vector<Operation>{});
     const vexa::io::Image image = vexa::io::readImage(path, parameters.raw);
-    const int space =
-        parameters.inputColorSpace.value_or(image.colorSpace != 0 ? image.colorSpace : vexa::defaultColorSpace(image.colorFormat));
+    const int space = parameters.inputColorSpace.value_or(
+        image.colorSpace != 0 ? image.colorSpace : vexa::defaultColorSpace(image.colorFormat));
     const auto buffer = vexa::toBuffer(image, space);
     std::cout << path << ": " << vexa::io::describe(image) << "\n"
               << buffer->toString() << "\n"

@@ -123,6 +123,8 @@ TEST_F(WriteTest, RefusesWhatTheFileTypeCannotHoldAndCreatesNothing) {
     shortData.data.pop_back();
     expectWriteFails("a.rgb", shortData, {"47 bytes", "48"});
     expectWriteFails("a.jpg", noiseImage(kRgb, 4, 4), {"quality 0"}, {0});
+    expectWriteFails("a.jpg", noiseImage(kRgb, 4, 4), {"subsampling 411"}, {92, 411});
+    expectWriteFails("a.png", noiseImage(kRgb, 4, 4), {"compression 10"}, {92, 0, 10});
     expectWriteFails("no/such/a.png", noiseImage(kRgb, 4, 4), {"does not exist"});
     EXPECT_TRUE(entries().empty());
 }

@@ -93,7 +93,8 @@ Family familyOfPrimaries(const double (&xy)[3][2], double tolerance) {
     for (int f = 0; f < kFamilies; ++f) {
         bool close = true;
         for (int c = 0; c < 3; ++c) {
-            for (int k = 0; k < 2; ++k) close &= std::fabs(xy[c][k] - kPrimaries[f][c][k]) < tolerance;
+            for (int k = 0; k < 2; ++k)
+                close &= std::fabs(xy[c][k] - kPrimaries[f][c][k]) < tolerance;
         }
         if (close) return static_cast<Family>(f);
     }
@@ -150,8 +151,8 @@ ToneCurve buildCurve(cmsContext context, Curve curve) {
                 const double e = double(i) / (table.size() - 1);
                 table[i] = static_cast<float>(curve == Curve::Pq ? pqToLinear(e) : hlgToLinear(e));
             }
-            return ToneCurve(
-                cmsBuildTabulatedToneCurveFloat(context, cmsUInt32Number(table.size()), table.data()));
+            return ToneCurve(cmsBuildTabulatedToneCurveFloat(context, cmsUInt32Number(table.size()),
+                                                             table.data()));
         }
     }
     return nullptr;
@@ -177,7 +178,8 @@ Cicp cicpFor(int colorSpace, int hdrType) {
             cicp.transfer = 13;
             break;
         case Curve::Bt1886:
-            cicp.transfer = familyOf(colorSpace) == kSmpte170 || familyOf(colorSpace) == kBt470bg ? 6 : 1;
+            cicp.transfer =
+                familyOf(colorSpace) == kSmpte170 || familyOf(colorSpace) == kBt470bg ? 6 : 1;
             break;
         case Curve::Pq:
             cicp.transfer = 16;
@@ -217,8 +219,8 @@ int colorSpaceOfCicp(const Cicp& cicp, int& hdrType) {
 
 Chromaticities chromaticitiesFor(int colorSpace, int hdrType) {
     const auto& p = kPrimaries[familyOf(colorSpace)];
-    Chromaticities c{{kD65[0], kD65[1]}, {p[0][0], p[0][1]}, {p[1][0], p[1][1]},
-                     {p[2][0], p[2][1]}, 0};
+    Chromaticities c{
+        {kD65[0], kD65[1]}, {p[0][0], p[0][1]}, {p[1][0], p[1][1]}, {p[2][0], p[2][1]}, 0};
     switch (curveOf(colorSpace, hdrType)) {
         case Curve::Srgb:
             c.gamma = 45455;  // sRGB's customary 1/2.2
@@ -271,7 +273,8 @@ std::vector<uint8_t> iccProfileFor(int colorSpace, int hdrType) {
     cmsUInt32Number size = 0;
     if (!cmsSaveProfileToMem(profile.get(), nullptr, &size)) fail("cannot save an ICC profile");
     std::vector<uint8_t> bytes(size);
-    if (!cmsSaveProfileToMem(profile.get(), bytes.data(), &size)) fail("cannot save an ICC profile");
+    if (!cmsSaveProfileToMem(profile.get(), bytes.data(), &size))
+        fail("cannot save an ICC profile");
     bytes.resize(size);
     return bytes;
 }
@@ -281,10 +284,12 @@ int colorSpaceOfIcc(const uint8_t* data, size_t size, int& hdrType) {
     Context context = newContext();
     Profile profile(cmsOpenProfileFromMemTHR(context.get(), data, cmsUInt32Number(size)));
     if (!profile || cmsGetColorSpace(profile.get()) != cmsSigRgbData) return 0;
-    const auto* red = static_cast<const cmsCIEXYZ*>(cmsReadTag(profile.get(), cmsSigRedColorantTag));
+    const auto* red =
+        static_cast<const cmsCIEXYZ*>(cmsReadTag(profile.get(), cmsSigRedColorantTag));
     const auto* green =
         static_cast<const cmsCIEXYZ*>(cmsReadTag(profile.get(), cmsSigGreenColorantTag));
-    const auto* blue = static_cast<const cmsCIEXYZ*>(cmsReadTag(profile.get(), cmsSigBlueColorantTag));
+    const auto* blue =
+        static_cast<const cmsCIEXYZ*>(cmsReadTag(profile.get(), cmsSigBlueColorantTag));
     const auto* trc = static_cast<const cmsToneCurve*>(cmsReadTag(profile.get(), cmsSigRedTRCTag));
     if (red == nullptr || green == nullptr || blue == nullptr || trc == nullptr) return 0;
     // The colorants are adapted to D50; the reference profiles below are built the same way,
@@ -310,8 +315,8 @@ int colorSpaceOfIcc(const uint8_t* data, size_t size, int& hdrType) {
                      std::fabs(actual[c]->Z - expected[c]->Z) < 0.004;
         }
         if (close) {
-            return colorSpaceOf(static_cast<Family>(f), classifyCurve(cmsEvalToneCurveFloat(trc, 0.5f)),
-                                hdrType);
+            return colorSpaceOf(static_cast<Family>(f),
+                                classifyCurve(cmsEvalToneCurveFloat(trc, 0.5f)), hdrType);
         }
     }
     return 0;

@@ -16,7 +16,9 @@ int exifOrientation(const uint8_t* data, size_t size) {
     const auto u16 = [&](size_t at) -> uint32_t {
         return little ? tiff[at] | tiff[at + 1] << 8 : tiff[at] << 8 | tiff[at + 1];
     };
-    const auto u32 = [&](size_t at) -> uint32_t { return little ? u16(at) | u16(at + 2) << 16 : u16(at) << 16 | u16(at + 2); };
+    const auto u32 = [&](size_t at) -> uint32_t {
+        return little ? u16(at) | u16(at + 2) << 16 : u16(at) << 16 | u16(at + 2);
+    };
     if (u16(2) != 42) return 1;
     const size_t directory = u32(4);
     if (directory > length - 2) return 1;
@@ -48,15 +50,35 @@ void orient(Image& image, int orientation) {
         for (int x = 0; x < outW; ++x) {
             int sx = x, sy = y;
             switch (orientation) {
-                case 2: sx = w - 1 - x; break;
-                case 3: sx = w - 1 - x; sy = h - 1 - y; break;
-                case 4: sy = h - 1 - y; break;
-                case 5: sx = y; sy = x; break;
-                case 6: sx = y; sy = h - 1 - x; break;
-                case 7: sx = w - 1 - y; sy = h - 1 - x; break;
-                case 8: sx = w - 1 - y; sy = x; break;
+                case 2:
+                    sx = w - 1 - x;
+                    break;
+                case 3:
+                    sx = w - 1 - x;
+                    sy = h - 1 - y;
+                    break;
+                case 4:
+                    sy = h - 1 - y;
+                    break;
+                case 5:
+                    sx = y;
+                    sy = x;
+                    break;
+                case 6:
+                    sx = y;
+                    sy = h - 1 - x;
+                    break;
+                case 7:
+                    sx = w - 1 - y;
+                    sy = h - 1 - x;
+                    break;
+                case 8:
+                    sx = w - 1 - y;
+                    sy = x;
+                    break;
             }
-            std::memcpy(row + size_t(x) * bytes, image.data.data() + (size_t(sy) * w + sx) * bytes, bytes);
+            std::memcpy(row + size_t(x) * bytes, image.data.data() + (size_t(sy) * w + sx) * bytes,
+                        bytes);
         }
     }
     image.data.swap(out);

@@ -77,8 +77,8 @@ struct Image {
 struct RawOptions {
     int width = 0;
     int height = 0;
-    int colorFormat = 0;  // 0: the format the extension implies
-    int frame = 0;        // which frame readImage picks from a multi-frame raw or Y4M file
+    int colorFormat = 0;     // 0: the format the extension implies
+    int frame = 0;           // which frame readImage picks from a multi-frame raw or Y4M file
     bool autoOrient = true;  // turn pictures upright by their EXIF orientation
 };
 

@@ -3,8 +3,8 @@
 #ifndef VEXA_IO_INTERNAL_H
 #define VEXA_IO_INTERNAL_H
 
-#include <cstdio>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>

@@ -173,10 +173,9 @@ Image readJpeg(std::FILE* f, bool autoOrient) {
 
 void writeJpeg(std::FILE* f, const Image& image, int quality, int subsampling) {
     // sRGB is what a JPEG without a profile is taken to be.
-    const std::vector<uint8_t> profile =
-        image.colorSpace == 0 || image.colorSpace == kSpaceSrgb
-            ? std::vector<uint8_t>()
-            : iccProfileFor(image.colorSpace, image.hdrType);
+    const std::vector<uint8_t> profile = image.colorSpace == 0 || image.colorSpace == kSpaceSrgb
+                                             ? std::vector<uint8_t>()
+                                             : iccProfileFor(image.colorSpace, image.hdrType);
     Writer w;
     if (encode(w, f, image, quality, subsampling, profile)) return;
     // libjpeg's own text for this guesses at a full disk; the system knows the real cause.

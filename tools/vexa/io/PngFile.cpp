@@ -170,7 +170,8 @@ bool decode(Reader& r, std::FILE* f, Image& out, std::vector<uint8_t>& deep) {
             uint8_t* dst = out.data.data() + y * rowBytes;
             for (size_t i = 0; i < rowBytes; ++i) {
                 const uint32_t v = uint32_t{row[2 * i]} << 8 | row[2 * i + 1];  // big-endian
-                dst[i] = ditherSample(v, 65535, static_cast<int>(i / channels), static_cast<int>(y));
+                dst[i] =
+                    ditherSample(v, 65535, static_cast<int>(i / channels), static_cast<int>(y));
             }
         }
     }
@@ -265,7 +266,8 @@ void writePng(std::FILE* f, const Image& image, int compression) {
     w.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &w.errors, onError, onWarning);
     if (w.png != nullptr) w.info = png_create_info_struct(w.png);
     if (w.png == nullptr || w.info == nullptr) fail("out of memory");
-    if (!encode(w, f, image, compression)) fail(std::string("PNG encoding failed: ") + w.errors.message);
+    if (!encode(w, f, image, compression))
+        fail(std::string("PNG encoding failed: ") + w.errors.message);
 }
 
 }  // namespace vexa::io::detail

@@ -1,0 +1,359 @@
+// What files say beside their pixels: colour tags both ways, EXIF orientation, and the
+// encoder settings that change what is stored (chroma subsampling, PNG compression).
+#include <cstdio>  // before jpeglib.h, which uses FILE and size_t
+#include <cstring>
+#include <functional>
+
+#include <jpeglib.h>
+#include <lcms2.h>
+#include <png.h>
+#include <zlib.h>
+
+#include "TestSupport.h"
+#include "vexa/io/Internal.h"
+
+namespace vexa::io::test {
+namespace {
+
+using PngTagger = std::function<void(png_structp, png_infop)>;
+
+// A 2x2 RGB PNG written by libpng with the colour chunks `tag` sets.
+void writeTaggedPng(const std::string& file, const PngTagger& tag) {
+    std::FILE* f = std::fopen(file.c_str(), "wb");
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    if (setjmp(png_jmpbuf(png))) {
+        ADD_FAILURE() << "libpng failed";
+    } else {
+        png_init_io(png, f);
+        png_set_IHDR(png, info, 2, 2, 8, PNG_COLOR_TYPE_RGB, 0, 0, 0);
+        tag(png, info);
+        png_write_info(png, info);
+        png_byte row[6] = {60, 90, 120, 150, 180, 210};
+        for (int y = 0; y < 2; ++y) png_write_row(png, row);
+        png_write_end(png, nullptr);
+    }
+    png_destroy_write_struct(&png, &info);
+    std::fclose(f);
+}
+
+// A JPEG written by libjpeg at quality 100 without subsampling; `markers` adds its own.
+void writeJpegWithLibjpeg(const std::string& file, const Image& image,
+                          const std::function<void(jpeg_compress_struct&)>& markers = {}) {
+    std::FILE* f = std::fopen(file.c_str(), "wb");
+    jpeg_compress_struct cinfo{};
+    jpeg_error_mgr err{};
+    cinfo.err = jpeg_std_error(&err);
+    jpeg_create_compress(&cinfo);
+    jpeg_stdio_dest(&cinfo, f);
+    cinfo.image_width = image.width;
+    cinfo.image_height = image.height;
+    cinfo.input_components = image.colorFormat == kRgb ? 3 : 1;
+    cinfo.in_color_space = image.colorFormat == kRgb ? JCS_RGB : JCS_GRAYSCALE;
+    jpeg_set_defaults(&cinfo);
+    jpeg_set_quality(&cinfo, 100, TRUE);
+    cinfo.comp_info[0].h_samp_factor = cinfo.comp_info[0].v_samp_factor = 1;
+    jpeg_start_compress(&cinfo, TRUE);
+    if (markers) markers(cinfo);
+    const size_t rowBytes = image.data.size() / image.height;
+    while (cinfo.next_scanline < cinfo.image_height) {
+        JSAMPROW row = const_cast<JSAMPROW>(&image.data[cinfo.next_scanline * rowBytes]);
+        jpeg_write_scanlines(&cinfo, &row, 1);
+    }
+    jpeg_finish_compress(&cinfo);
+    jpeg_destroy_compress(&cinfo);
+    std::fclose(f);
+}
+
+std::vector<uint8_t> profileBytes(cmsHPROFILE profile) {
+    cmsUInt32Number size = 0;
+    cmsSaveProfileToMem(profile, nullptr, &size);
+    std::vector<uint8_t> bytes(size);
+    cmsSaveProfileToMem(profile, bytes.data(), &size);
+    cmsCloseProfile(profile);
+    return bytes;
+}
+
+// Adobe RGB (1998): primaries vexa has no colour space for.
+std::vector<uint8_t> adobeRgbProfile() {
+    const cmsCIExyY white{0.3127, 0.3290, 1};
+    const cmsCIExyYTRIPLE primaries{{0.64, 0.33, 1}, {0.21, 0.71, 1}, {0.15, 0.06, 1}};
+    cmsToneCurve* gamma = cmsBuildGamma(nullptr, 2.2);
+    cmsToneCurve* curves[3] = {gamma, gamma, gamma};
+    std::vector<uint8_t> bytes = profileBytes(cmsCreateRGBProfile(&white, &primaries, curves));
+    cmsFreeToneCurve(gamma);
+    return bytes;
+}
+
+void setCicp(png_structp png, png_infop info, std::vector<png_byte> codes) {
+    static std::vector<png_byte> kept;
+    kept = std::move(codes);
+    png_unknown_chunk chunk{};
+    std::memcpy(chunk.name, "cICP", 5);
+    chunk.data = kept.data();
+    chunk.size = kept.size();
+    chunk.location = PNG_HAVE_IHDR;
+    png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_ALWAYS,
+                                reinterpret_cast<png_const_bytep>("cICP"), 1);
+    png_set_unknown_chunks(png, info, &chunk, 1);
+}
+
+// Renames a PNG's cICP chunk (fixing its CRC), as a reader that knows no cICP would skip it.
+void hideCicp(const std::string& file) {
+    std::vector<uint8_t> bytes = readBytes(file);
+    for (size_t at = 8; at + 12 <= bytes.size();) {
+        const size_t length =
+            size_t(bytes[at]) << 24 | bytes[at + 1] << 16 | bytes[at + 2] << 8 | bytes[at + 3];
+        if (std::memcmp(&bytes[at + 4], "cICP", 4) == 0) {
+            bytes[at + 7] = 'Q';
+            const uint32_t crc = uint32_t(::crc32(0, &bytes[at + 4], uInt(length + 4)));
+            for (int i = 0; i < 4; ++i) bytes[at + 8 + length + i] = uint8_t(crc >> (24 - 8 * i));
+        }
+        at += length + 12;
+    }
+    writeBytes(file, bytes);
+}
+
+using ColourTagTest = IoTest;
+
+TEST_F(ColourTagTest, WhatVexaWritesReadsBackInBothFileTypes) {
+    struct Case {
+        int space, hdrType;
+        int read, readHdr;  // from PNG's cICP and JPEG's ICC profile
+        int fallback;       // from PNG's sRGB or gAMA/cHRM alone
+    };
+    const Case cases[] = {
+        {0, 0, kSpaceSrgb, 0, kSpaceSrgb},
+        {kSpaceSrgb, 0, kSpaceSrgb, 0, kSpaceSrgb},
+        {kSpaceBt709, 0, kSpaceBt709, 0, kSpaceBt709},
+        {kSpaceBt709Full, 0, kSpaceBt709, 0, kSpaceBt709},
+        {kSpaceBt601, 0, kSpaceBt601, 0, kSpaceBt601},
+        {kSpaceBt601_625, 0, kSpaceBt601_625, 0, kSpaceBt601_625},
+        {kSpaceDisplayP3, 0, kSpaceDisplayP3, 0, kSpaceDisplayP3},
+        {kSpaceBt2020, 0, kSpaceBt2020, 0, kSpaceBt2020},
+        {kSpaceBt2020Full, 0, kSpaceBt2020, 0, kSpaceBt2020},
+        {kSpaceBt2100, 3, kSpaceBt2100, 3, kSpaceBt2020},  // gAMA has no PQ nor HLG
+        {kSpaceBt2100, 4, kSpaceBt2100, 4, kSpaceBt2020},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "space " << c.space << " hdr " << c.hdrType);
+        Image image = noiseImage(kRgb, 8, 8);
+        image.colorSpace = c.space;
+        image.hdrType = c.hdrType;
+        writeImage(path("a.png"), image);
+        writeImage(path("a.jpg"), image);
+        const Image png = readImage(path("a.png"));
+        EXPECT_EQ(png.data, image.data);
+        EXPECT_EQ(png.colorSpace, c.read);
+        EXPECT_EQ(png.hdrType, c.readHdr);
+        EXPECT_EQ(png.colorTag, "cICP");
+        // sRGB is what a JPEG without a profile means, so none is written.
+        const bool srgb = c.read == kSpaceSrgb;
+        const Image jpeg = readImage(path("a.jpg"));
+        EXPECT_EQ(jpeg.colorSpace, srgb ? 0 : c.read);
+        EXPECT_EQ(jpeg.hdrType, c.readHdr);
+        EXPECT_EQ(jpeg.colorTag, srgb ? "" : "ICC");
+        hideCicp(path("a.png"));
+        const Image old = readImage(path("a.png"));
+        EXPECT_EQ(old.colorSpace, c.fallback);
+        EXPECT_EQ(old.colorTag, srgb ? "sRGB" : "gAMA/cHRM");
+    }
+}
+
+TEST_F(ColourTagTest, ReadsTheTagsOfOtherWritersInTheirOrder) {
+    const std::vector<uint8_t> srgb = profileBytes(cmsCreate_sRGBProfile());
+    const std::vector<uint8_t> adobe = adobeRgbProfile();
+    const auto iccp = [](const std::vector<uint8_t>& profile) {
+        return [profile](png_structp png, png_infop info) {
+            png_set_iCCP(png, info, "icc", 0, profile.data(), png_uint_32(profile.size()));
+        };
+    };
+    struct Case {
+        const char* name;
+        PngTagger tag;
+        int space, hdrType;
+        const char* from;
+    };
+    const Case cases[] = {
+        {"none", [](png_structp, png_infop) {}, 0, 0, ""},
+        {"sRGB", [](png_structp p, png_infop i) { png_set_sRGB(p, i, 0); }, kSpaceSrgb, 0, "sRGB"},
+        {"gAMA 1/2.2", [](png_structp p, png_infop i) { png_set_gAMA_fixed(p, i, 45455); },
+         kSpaceSrgb, 0, "gAMA/cHRM"},
+        {"gAMA 1/2.4", [](png_structp p, png_infop i) { png_set_gAMA_fixed(p, i, 41667); },
+         kSpaceBt709, 0, "gAMA/cHRM"},
+        {"cHRM of Adobe RGB",
+         [](png_structp p, png_infop i) {
+             png_set_cHRM(p, i, 0.3127, 0.329, 0.64, 0.33, 0.21, 0.71, 0.15, 0.06);
+         },
+         0, 0, "gAMA/cHRM, not recognised"},
+        {"Little CMS's sRGB profile", iccp(srgb), kSpaceSrgb, 0, "ICC"},
+        {"Adobe RGB profile", iccp(adobe), 0, 0, "ICC, not recognised"},
+        {"cICP before the profile and sRGB",
+         [&](png_structp p, png_infop i) {
+             iccp(srgb)(p, i);
+             setCicp(p, i, {9, 16, 0, 1});
+         },
+         kSpaceBt2100, 3, "cICP"},
+        {"cICP of DCI-P3",
+         [](png_structp p, png_infop i) {
+             setCicp(p, i, {11, 17, 0, 1});
+         },
+         0, 0, "cICP, not recognised"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        writeTaggedPng(path("a.png"), c.tag);
+        const Image image = readImage(path("a.png"));
+        EXPECT_EQ(image.colorSpace, c.space);
+        EXPECT_EQ(image.hdrType, c.hdrType);
+        EXPECT_EQ(image.colorTag, c.from);
+    }
+    // JPEG carries the same profiles in APP2; a grey one without comes out as untagged rgb.
+    Image grey{16, 8, kYuv420, std::vector<uint8_t>(128, 77)};  // one plane: libjpeg's grey
+    writeJpegWithLibjpeg(path("grey.jpg"), grey);
+    const Image fromGrey = readImage(path("grey.jpg"));
+    ASSERT_EQ(describe(fromGrey), "16x8 rgb, 384 bytes");
+    for (uint8_t v : fromGrey.data) EXPECT_NEAR(v, 77, 1);
+    EXPECT_EQ(fromGrey.colorTag, "");
+    for (const auto& [profile, space] : {std::pair{srgb, int(kSpaceSrgb)}, {adobe, 0}}) {
+        writeJpegWithLibjpeg(path("a.jpg"), noiseImage(kRgb, 8, 8), [&](jpeg_compress_struct& c) {
+            jpeg_write_icc_profile(&c, profile.data(), unsigned(profile.size()));
+        });
+        EXPECT_EQ(readImage(path("a.jpg")).colorSpace, space);
+    }
+}
+
+// An EXIF block with one orientation entry, in either byte order.
+std::vector<uint8_t> exif(int orientation, bool bigEndian) {
+    std::vector<uint8_t> b = {'E', 'x', 'i', 'f', 0, 0};
+    const auto put = [&](uint32_t v, int bytes) {
+        for (int i = 0; i < bytes; ++i) {
+            b.push_back(uint8_t(v >> (8 * (bigEndian ? bytes - 1 - i : i))));
+        }
+    };
+    b.push_back(bigEndian ? 'M' : 'I');
+    b.push_back(b.back());
+    put(42, 2);
+    put(8, 4);       // the directory follows the header
+    put(2, 2);       // two entries: a width, then the orientation
+    put(0x0100, 2);  // ImageWidth, LONG
+    put(4, 2);
+    put(1, 4);
+    put(32, 4);
+    put(0x0112, 2);  // Orientation, SHORT
+    put(3, 2);
+    put(1, 4);
+    put(uint32_t(orientation), 2);
+    put(0, 2);
+    return b;
+}
+
+TEST(Orientation, EveryExifValueTurnsThePictureUpright) {
+    // A 3x2 picture whose pixels are numbered 10 * y + x + 1; the corners of the upright
+    // picture (top left, top right, bottom left, bottom right) for each orientation.
+    struct Case {
+        int orientation, width;
+        uint8_t corners[4];
+    };
+    const Case cases[] = {{1, 3, {1, 3, 11, 13}}, {2, 3, {3, 1, 13, 11}}, {3, 3, {13, 11, 3, 1}},
+                          {4, 3, {11, 13, 1, 3}}, {5, 2, {1, 11, 3, 13}}, {6, 2, {11, 1, 13, 3}},
+                          {7, 2, {13, 3, 11, 1}}, {8, 2, {3, 13, 1, 11}}};
+    for (const Case& c : cases) {
+        for (bool bigEndian : {false, true}) {
+            const std::vector<uint8_t> block = exif(c.orientation, bigEndian);
+            EXPECT_EQ(detail::exifOrientation(block.data(), block.size()), c.orientation);
+        }
+        Image image{3, 2, kRgb, {}};
+        for (uint8_t id : {1, 2, 3, 11, 12, 13}) image.data.insert(image.data.end(), {id, id, id});
+        detail::orient(image, c.orientation);
+        ASSERT_EQ(image.width, c.width) << c.orientation;
+        ASSERT_EQ(image.height, 6 / c.width);
+        const size_t last = image.data.size() - 3;
+        const size_t rowEnd = size_t(image.width) * 3 - 3;
+        EXPECT_EQ((std::vector<uint8_t>{image.data[0], image.data[rowEnd],
+                                        image.data[last - rowEnd], image.data[last]}),
+                  std::vector<uint8_t>(c.corners, c.corners + 4))
+            << c.orientation;
+    }
+    // Damaged or foreign blocks leave the picture as stored.
+    std::vector<uint8_t> cut = exif(6, false);
+    cut.resize(cut.size() - 4);
+    std::vector<uint8_t> outOfRange = exif(9, true);
+    std::vector<uint8_t> notTiff = exif(6, false);
+    notTiff[6] = 'X';
+    for (const auto& block : {cut, outOfRange, notTiff}) {
+        EXPECT_EQ(detail::exifOrientation(block.data(), block.size()), 1);
+    }
+}
+
+TEST_F(IoTest, JpegAndPngInputsComeUprightUnlessAskedNotTo) {
+    // 32x16: red on the left, blue on the right, so that the turn shows.
+    Image stored{32, 16, kRgb, {}};
+    for (int i = 0; i < 32 * 16; ++i) {
+        const bool left = i % 32 < 16;
+        stored.data.insert(stored.data.end(),
+                           {uint8_t(left ? 255 : 0), 0, uint8_t(left ? 0 : 255)});
+    }
+    writeJpegWithLibjpeg(path("a.jpg"), stored, [](jpeg_compress_struct& c) {
+        const std::vector<uint8_t> block = exif(6, true);
+        jpeg_write_marker(&c, JPEG_APP0 + 1, block.data(), unsigned(block.size()));
+    });
+    writeTaggedPng(path("a.png"), [](png_structp p, png_infop i) {
+        const std::vector<uint8_t> block = exif(8, false);
+        png_set_eXIf_1(p, i, png_uint_32(block.size() - 6), const_cast<png_bytep>(&block[6]));
+    });
+    const Image upright = readImage(path("a.jpg"));
+    EXPECT_EQ(upright.orientation, 6);
+    ASSERT_EQ(describe(upright), "16x32 rgb, 1536 bytes");
+    // A quarter turn clockwise: the stored left half (red) is now on top.
+    EXPECT_GT(upright.data[0], 250);
+    EXPECT_GT(upright.data.back(), 250);
+    RawOptions asStored;
+    asStored.autoOrient = false;
+    const Image kept = readImage(path("a.jpg"), asStored);
+    EXPECT_EQ(kept.orientation, 6);
+    EXPECT_EQ(describe(kept), "32x16 rgb, 1536 bytes");
+    EXPECT_EQ(readImage(path("a.png")).orientation, 8);
+}
+
+TEST_F(IoTest, EncoderSettingsChangeWhatIsStoredButNotThePixels) {
+    // Chroma subsampling: by quality, or as asked.
+    struct Subsampling {
+        int quality, asked, h, v;
+    };
+    for (const Subsampling& c : {Subsampling{90, 0, 1, 1},
+                                 {89, 0, 2, 2},
+                                 {95, 420, 2, 2},
+                                 {50, 444, 1, 1},
+                                 {92, 422, 2, 1}}) {
+        writeImage(path("a.jpg"), noiseImage(kRgb, 16, 16), {c.quality, c.asked});
+        jpeg_decompress_struct cinfo{};
+        jpeg_error_mgr err{};
+        cinfo.err = jpeg_std_error(&err);
+        jpeg_create_decompress(&cinfo);
+        std::FILE* f = std::fopen(path("a.jpg").c_str(), "rb");
+        jpeg_stdio_src(&cinfo, f);
+        jpeg_read_header(&cinfo, TRUE);
+        EXPECT_EQ(cinfo.comp_info[0].h_samp_factor, c.h) << c.quality << " " << c.asked;
+        EXPECT_EQ(cinfo.comp_info[0].v_samp_factor, c.v) << c.quality << " " << c.asked;
+        jpeg_destroy_decompress(&cinfo);
+        std::fclose(f);
+    }
+    // PNG compression: lossless at every level; none stores every byte, 9 packs tightest.
+    Image smooth{256, 64, kRgba, {}};
+    for (int i = 0; i < 256 * 64; ++i) {
+        smooth.data.insert(smooth.data.end(), {uint8_t(i), uint8_t(i / 256), 7, uint8_t(i * 3)});
+    }
+    std::vector<uintmax_t> sizes;
+    for (int level : {0, -1, 1, 6, 9}) {
+        writeImage(path("a.png"), smooth, {92, 0, level});
+        EXPECT_EQ(readImage(path("a.png")).data, smooth.data) << level;
+        sizes.push_back(fs::file_size(path("a.png")));
+    }
+    EXPECT_GT(sizes[0], smooth.data.size());
+    EXPECT_EQ(sizes[1], sizes[2]);  // the default is level 1
+    EXPECT_LT(sizes[4], sizes[2]);
+}
+
+}  // namespace
+}  // namespace vexa::io::test
