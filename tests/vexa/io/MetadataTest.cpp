@@ -15,19 +15,42 @@
 namespace vexa::io::test {
 namespace {
 
-using PngTagger = std::function<void(png_structp, png_infop)>;
+// Chunks for a PNG written by libpng, as other programs write them.
+struct PngTags {
+    bool srgb = false;
+    int gamma = 0;
+    std::vector<double> chromaticities;  // white, red, green, blue
+    std::vector<uint8_t> icc, cicp, exif;
+};
 
-// A 2x2 RGB PNG written by libpng with the colour chunks `tag` sets.
-void writeTaggedPng(const std::string& file, const PngTagger& tag) {
+void writeTaggedPng(const std::string& file, const PngTags& tags) {
     std::FILE* f = std::fopen(file.c_str(), "wb");
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
+    png_unknown_chunk cicp{{'c', 'I', 'C', 'P', 0},
+                           const_cast<png_bytep>(tags.cicp.data()),
+                           tags.cicp.size(),
+                           PNG_HAVE_IHDR};
     if (setjmp(png_jmpbuf(png))) {
         ADD_FAILURE() << "libpng failed";
     } else {
         png_init_io(png, f);
         png_set_IHDR(png, info, 2, 2, 8, PNG_COLOR_TYPE_RGB, 0, 0, 0);
-        tag(png, info);
+        if (tags.srgb) png_set_sRGB(png, info, 0);
+        if (tags.gamma) png_set_gAMA_fixed(png, info, tags.gamma);
+        const std::vector<double>& c = tags.chromaticities;
+        if (!c.empty()) png_set_cHRM(png, info, c[0], c[1], c[2], c[3], c[4], c[5], c[6], c[7]);
+        if (!tags.icc.empty()) {
+            png_set_iCCP(png, info, "icc", 0, tags.icc.data(), png_uint_32(tags.icc.size()));
+        }
+        if (!tags.exif.empty()) {  // PNG's eXIf holds the TIFF part, without "Exif\0\0"
+            png_set_eXIf_1(png, info, png_uint_32(tags.exif.size() - 6),
+                           const_cast<png_bytep>(&tags.exif[6]));
+        }
+        if (!tags.cicp.empty()) {
+            png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_ALWAYS, cicp.name, 1);
+            png_set_unknown_chunks(png, info, &cicp, 1);
+        }
         png_write_info(png, info);
         png_byte row[6] = {60, 90, 120, 150, 180, 210};
         for (int y = 0; y < 2; ++y) png_write_row(png, row);
@@ -37,7 +60,8 @@ void writeTaggedPng(const std::string& file, const PngTagger& tag) {
     std::fclose(f);
 }
 
-// A JPEG written by libjpeg at quality 100 without subsampling; `markers` adds its own.
+// A JPEG written by libjpeg at quality 100 without subsampling, grey for a kYuv420 image
+// (its first plane); `markers` adds markers of its own.
 void writeJpegWithLibjpeg(const std::string& file, const Image& image,
                           const std::function<void(jpeg_compress_struct&)>& markers = {}) {
     std::FILE* f = std::fopen(file.c_str(), "wb");
@@ -55,7 +79,7 @@ void writeJpegWithLibjpeg(const std::string& file, const Image& image,
     cinfo.comp_info[0].h_samp_factor = cinfo.comp_info[0].v_samp_factor = 1;
     jpeg_start_compress(&cinfo, TRUE);
     if (markers) markers(cinfo);
-    const size_t rowBytes = image.data.size() / image.height;
+    const size_t rowBytes = size_t(image.width) * cinfo.input_components;
     while (cinfo.next_scanline < cinfo.image_height) {
         JSAMPROW row = const_cast<JSAMPROW>(&image.data[cinfo.next_scanline * rowBytes]);
         jpeg_write_scanlines(&cinfo, &row, 1);
@@ -65,45 +89,28 @@ void writeJpegWithLibjpeg(const std::string& file, const Image& image,
     std::fclose(f);
 }
 
-std::vector<uint8_t> profileBytes(cmsHPROFILE profile) {
-    cmsUInt32Number size = 0;
-    cmsSaveProfileToMem(profile, nullptr, &size);
-    std::vector<uint8_t> bytes(size);
-    cmsSaveProfileToMem(profile, bytes.data(), &size);
-    cmsCloseProfile(profile);
-    return bytes;
-}
-
-// Adobe RGB (1998): primaries vexa has no colour space for.
-std::vector<uint8_t> adobeRgbProfile() {
+// Little CMS's own sRGB profile, or Adobe RGB (1998), which vexa has no colour space for.
+std::vector<uint8_t> profile(bool adobe) {
     const cmsCIExyY white{0.3127, 0.3290, 1};
     const cmsCIExyYTRIPLE primaries{{0.64, 0.33, 1}, {0.21, 0.71, 1}, {0.15, 0.06, 1}};
     cmsToneCurve* gamma = cmsBuildGamma(nullptr, 2.2);
     cmsToneCurve* curves[3] = {gamma, gamma, gamma};
-    std::vector<uint8_t> bytes = profileBytes(cmsCreateRGBProfile(&white, &primaries, curves));
+    cmsHPROFILE p =
+        adobe ? cmsCreateRGBProfile(&white, &primaries, curves) : cmsCreate_sRGBProfile();
+    cmsUInt32Number size = 0;
+    cmsSaveProfileToMem(p, nullptr, &size);
+    std::vector<uint8_t> bytes(size);
+    cmsSaveProfileToMem(p, bytes.data(), &size);
+    cmsCloseProfile(p);
     cmsFreeToneCurve(gamma);
     return bytes;
-}
-
-void setCicp(png_structp png, png_infop info, std::vector<png_byte> codes) {
-    static std::vector<png_byte> kept;
-    kept = std::move(codes);
-    png_unknown_chunk chunk{};
-    std::memcpy(chunk.name, "cICP", 5);
-    chunk.data = kept.data();
-    chunk.size = kept.size();
-    chunk.location = PNG_HAVE_IHDR;
-    png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_ALWAYS,
-                                reinterpret_cast<png_const_bytep>("cICP"), 1);
-    png_set_unknown_chunks(png, info, &chunk, 1);
 }
 
 // Renames a PNG's cICP chunk (fixing its CRC), as a reader that knows no cICP would skip it.
 void hideCicp(const std::string& file) {
     std::vector<uint8_t> bytes = readBytes(file);
     for (size_t at = 8; at + 12 <= bytes.size();) {
-        const size_t length =
-            size_t(bytes[at]) << 24 | bytes[at + 1] << 16 | bytes[at + 2] << 8 | bytes[at + 3];
+        const size_t length = size_t(bytes[at + 2]) << 8 | bytes[at + 3];  // small chunks
         if (std::memcmp(&bytes[at + 4], "cICP", 4) == 0) {
             bytes[at + 7] = 'Q';
             const uint32_t crc = uint32_t(::crc32(0, &bytes[at + 4], uInt(length + 4)));
@@ -119,21 +126,20 @@ using ColourTagTest = IoTest;
 TEST_F(ColourTagTest, WhatVexaWritesReadsBackInBothFileTypes) {
     struct Case {
         int space, hdrType;
-        int read, readHdr;  // from PNG's cICP and JPEG's ICC profile
-        int fallback;       // from PNG's sRGB or gAMA/cHRM alone
+        int read;      // from PNG's cICP and JPEG's ICC profile
+        int fallback;  // from PNG's sRGB or gAMA/cHRM alone
     };
     const Case cases[] = {
-        {0, 0, kSpaceSrgb, 0, kSpaceSrgb},
-        {kSpaceSrgb, 0, kSpaceSrgb, 0, kSpaceSrgb},
-        {kSpaceBt709, 0, kSpaceBt709, 0, kSpaceBt709},
-        {kSpaceBt709Full, 0, kSpaceBt709, 0, kSpaceBt709},
-        {kSpaceBt601, 0, kSpaceBt601, 0, kSpaceBt601},
-        {kSpaceBt601_625, 0, kSpaceBt601_625, 0, kSpaceBt601_625},
-        {kSpaceDisplayP3, 0, kSpaceDisplayP3, 0, kSpaceDisplayP3},
-        {kSpaceBt2020, 0, kSpaceBt2020, 0, kSpaceBt2020},
-        {kSpaceBt2020Full, 0, kSpaceBt2020, 0, kSpaceBt2020},
-        {kSpaceBt2100, 3, kSpaceBt2100, 3, kSpaceBt2020},  // gAMA has no PQ nor HLG
-        {kSpaceBt2100, 4, kSpaceBt2100, 4, kSpaceBt2020},
+        {0, 0, kSpaceSrgb, kSpaceSrgb},
+        {kSpaceSrgb, 0, kSpaceSrgb, kSpaceSrgb},
+        {kSpaceBt709, 0, kSpaceBt709, kSpaceBt709},
+        {kSpaceBt709Full, 0, kSpaceBt709, kSpaceBt709},
+        {kSpaceBt601, 0, kSpaceBt601, kSpaceBt601},
+        {kSpaceBt601_625, 0, kSpaceBt601_625, kSpaceBt601_625},
+        {kSpaceDisplayP3, 0, kSpaceDisplayP3, kSpaceDisplayP3},
+        {kSpaceBt2020Full, 0, kSpaceBt2020, kSpaceBt2020},
+        {kSpaceBt2100, 3, kSpaceBt2100, kSpaceBt2020},  // gAMA has no PQ nor HLG
+        {kSpaceBt2100, 4, kSpaceBt2100, kSpaceBt2020},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "space " << c.space << " hdr " << c.hdrType);
@@ -145,14 +151,13 @@ TEST_F(ColourTagTest, WhatVexaWritesReadsBackInBothFileTypes) {
         const Image png = readImage(path("a.png"));
         EXPECT_EQ(png.data, image.data);
         EXPECT_EQ(png.colorSpace, c.read);
-        EXPECT_EQ(png.hdrType, c.readHdr);
+        EXPECT_EQ(png.hdrType, c.hdrType);
         EXPECT_EQ(png.colorTag, "cICP");
         // sRGB is what a JPEG without a profile means, so none is written.
         const bool srgb = c.read == kSpaceSrgb;
         const Image jpeg = readImage(path("a.jpg"));
         EXPECT_EQ(jpeg.colorSpace, srgb ? 0 : c.read);
-        EXPECT_EQ(jpeg.hdrType, c.readHdr);
-        EXPECT_EQ(jpeg.colorTag, srgb ? "" : "ICC");
+        EXPECT_EQ(jpeg.hdrType, c.hdrType);
         hideCicp(path("a.png"));
         const Image old = readImage(path("a.png"));
         EXPECT_EQ(old.colorSpace, c.fallback);
@@ -161,99 +166,65 @@ TEST_F(ColourTagTest, WhatVexaWritesReadsBackInBothFileTypes) {
 }
 
 TEST_F(ColourTagTest, ReadsTheTagsOfOtherWritersInTheirOrder) {
-    const std::vector<uint8_t> srgb = profileBytes(cmsCreate_sRGBProfile());
-    const std::vector<uint8_t> adobe = adobeRgbProfile();
-    const auto iccp = [](const std::vector<uint8_t>& profile) {
-        return [profile](png_structp png, png_infop info) {
-            png_set_iCCP(png, info, "icc", 0, profile.data(), png_uint_32(profile.size()));
-        };
-    };
+    const std::vector<double> p3{0.3127, 0.329, 0.68, 0.32, 0.265, 0.69, 0.15, 0.06};
+    const std::vector<double> adobe{0.3127, 0.329, 0.64, 0.33, 0.21, 0.71, 0.15, 0.06};
     struct Case {
-        const char* name;
-        PngTagger tag;
+        PngTags tags;
         int space, hdrType;
         const char* from;
     };
     const Case cases[] = {
-        {"none", [](png_structp, png_infop) {}, 0, 0, ""},
-        {"sRGB", [](png_structp p, png_infop i) { png_set_sRGB(p, i, 0); }, kSpaceSrgb, 0, "sRGB"},
-        {"gAMA 1/2.2", [](png_structp p, png_infop i) { png_set_gAMA_fixed(p, i, 45455); },
-         kSpaceSrgb, 0, "gAMA/cHRM"},
-        {"gAMA 1/2.4", [](png_structp p, png_infop i) { png_set_gAMA_fixed(p, i, 41667); },
-         kSpaceBt709, 0, "gAMA/cHRM"},
-        {"cHRM of Adobe RGB",
-         [](png_structp p, png_infop i) {
-             png_set_cHRM(p, i, 0.3127, 0.329, 0.64, 0.33, 0.21, 0.71, 0.15, 0.06);
-         },
-         0, 0, "gAMA/cHRM, not recognised"},
-        {"Little CMS's sRGB profile", iccp(srgb), kSpaceSrgb, 0, "ICC"},
-        {"Adobe RGB profile", iccp(adobe), 0, 0, "ICC, not recognised"},
-        {"cICP before the profile and sRGB",
-         [&](png_structp p, png_infop i) {
-             iccp(srgb)(p, i);
-             setCicp(p, i, {9, 16, 0, 1});
-         },
-         kSpaceBt2100, 3, "cICP"},
-        {"cICP of DCI-P3",
-         [](png_structp p, png_infop i) {
-             setCicp(p, i, {11, 17, 0, 1});
-         },
-         0, 0, "cICP, not recognised"},
+        {{}, 0, 0, ""},
+        {{true, 0, {}, {}, {}, {}}, kSpaceSrgb, 0, "sRGB"},
+        {{false, 45455, {}, {}, {}, {}}, kSpaceSrgb, 0, "gAMA/cHRM"},
+        {{false, 41667, {}, {}, {}, {}}, kSpaceBt709, 0, "gAMA/cHRM"},
+        {{false, 45455, p3, {}, {}, {}}, kSpaceDisplayP3, 0, "gAMA/cHRM"},
+        {{false, 0, adobe, {}, {}, {}}, 0, 0, "gAMA/cHRM, not recognised"},
+        {{false, 0, {}, profile(false), {}, {}}, kSpaceSrgb, 0, "ICC"},
+        {{false, 0, {}, profile(true), {}, {}}, 0, 0, "ICC, not recognised"},
+        {{false, 0, {}, profile(false), {9, 16, 0, 1}, {}}, kSpaceBt2100, 3, "cICP"},
+        {{false, 0, {}, {}, {11, 17, 0, 1}, {}}, 0, 0, "cICP, not recognised"},  // DCI-P3
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        writeTaggedPng(path("a.png"), c.tag);
+        SCOPED_TRACE(c.from);
+        writeTaggedPng(path("a.png"), c.tags);
         const Image image = readImage(path("a.png"));
         EXPECT_EQ(image.colorSpace, c.space);
         EXPECT_EQ(image.hdrType, c.hdrType);
         EXPECT_EQ(image.colorTag, c.from);
     }
-    // JPEG carries the same profiles in APP2; a grey one without comes out as untagged rgb.
-    Image grey{16, 8, kYuv420, std::vector<uint8_t>(128, 77)};  // one plane: libjpeg's grey
-    writeJpegWithLibjpeg(path("grey.jpg"), grey);
-    const Image fromGrey = readImage(path("grey.jpg"));
-    ASSERT_EQ(describe(fromGrey), "16x8 rgb, 384 bytes");
-    for (uint8_t v : fromGrey.data) EXPECT_NEAR(v, 77, 1);
-    EXPECT_EQ(fromGrey.colorTag, "");
-    for (const auto& [profile, space] : {std::pair{srgb, int(kSpaceSrgb)}, {adobe, 0}}) {
+    // JPEG carries profiles in APP2; a grey one without comes out as untagged rgb.
+    for (bool adobeProfile : {false, true}) {
+        const std::vector<uint8_t> bytes = profile(adobeProfile);
         writeJpegWithLibjpeg(path("a.jpg"), noiseImage(kRgb, 8, 8), [&](jpeg_compress_struct& c) {
-            jpeg_write_icc_profile(&c, profile.data(), unsigned(profile.size()));
+            jpeg_write_icc_profile(&c, bytes.data(), unsigned(bytes.size()));
         });
-        EXPECT_EQ(readImage(path("a.jpg")).colorSpace, space);
+        EXPECT_EQ(readImage(path("a.jpg")).colorSpace, adobeProfile ? 0 : kSpaceSrgb);
     }
+    writeJpegWithLibjpeg(path("grey.jpg"), {16, 8, kYuv420, std::vector<uint8_t>(128, 77)});
+    const Image grey = readImage(path("grey.jpg"));
+    ASSERT_EQ(describe(grey), "16x8 rgb, 384 bytes");
+    for (uint8_t v : grey.data) EXPECT_NEAR(v, 77, 1);
+    EXPECT_EQ(grey.colorTag, "");
 }
 
-// An EXIF block with one orientation entry, in either byte order.
-std::vector<uint8_t> exif(int orientation, bool bigEndian) {
-    std::vector<uint8_t> b = {'E', 'x', 'i', 'f', 0, 0};
-    const auto put = [&](uint32_t v, int bytes) {
-        for (int i = 0; i < bytes; ++i) {
-            b.push_back(uint8_t(v >> (8 * (bigEndian ? bytes - 1 - i : i))));
-        }
-    };
-    b.push_back(bigEndian ? 'M' : 'I');
-    b.push_back(b.back());
-    put(42, 2);
-    put(8, 4);       // the directory follows the header
-    put(2, 2);       // two entries: a width, then the orientation
-    put(0x0100, 2);  // ImageWidth, LONG
-    put(4, 2);
-    put(1, 4);
-    put(32, 4);
-    put(0x0112, 2);  // Orientation, SHORT
-    put(3, 2);
-    put(1, 4);
-    put(uint32_t(orientation), 2);
-    put(0, 2);
-    return b;
+// An EXIF block of two entries, a width and then the orientation, in either byte order.
+std::vector<uint8_t> exif(uint8_t orientation, bool bigEndian) {
+    if (bigEndian) {
+        return {'E', 'x', 'i', 'f', 0, 0, 'M', 'M',         0, 42, 0, 0, 0,  8, 0,
+                2,   1,   0,   0,   4, 0, 0,   0,           1, 0,  0, 0, 32, 1, 0x12,
+                0,   3,   0,   0,   0, 1, 0,   orientation, 0, 0,  0, 0, 0,  0};
+    }
+    return {'E', 'x', 'i', 'f', 0, 0, 'I',         'I', 42, 0,  8, 0, 0, 0,    2,
+            0,   0,   1,   4,   0, 1, 0,           0,   0,  32, 0, 0, 0, 0x12, 1,
+            3,   0,   1,   0,   0, 0, orientation, 0,   0,  0,  0, 0, 0, 0};
 }
 
 TEST(Orientation, EveryExifValueTurnsThePictureUpright) {
     // A 3x2 picture whose pixels are numbered 10 * y + x + 1; the corners of the upright
     // picture (top left, top right, bottom left, bottom right) for each orientation.
     struct Case {
-        int orientation, width;
-        uint8_t corners[4];
+        uint8_t orientation, width, corners[4];
     };
     const Case cases[] = {{1, 3, {1, 3, 11, 13}}, {2, 3, {3, 1, 13, 11}}, {3, 3, {13, 11, 3, 1}},
                           {4, 3, {11, 13, 1, 3}}, {5, 2, {1, 11, 3, 13}}, {6, 2, {11, 1, 13, 3}},
@@ -266,20 +237,18 @@ TEST(Orientation, EveryExifValueTurnsThePictureUpright) {
         Image image{3, 2, kRgb, {}};
         for (uint8_t id : {1, 2, 3, 11, 12, 13}) image.data.insert(image.data.end(), {id, id, id});
         detail::orient(image, c.orientation);
-        ASSERT_EQ(image.width, c.width) << c.orientation;
+        ASSERT_EQ(image.width, c.width);
         ASSERT_EQ(image.height, 6 / c.width);
         const size_t last = image.data.size() - 3;
         const size_t rowEnd = size_t(image.width) * 3 - 3;
         EXPECT_EQ((std::vector<uint8_t>{image.data[0], image.data[rowEnd],
                                         image.data[last - rowEnd], image.data[last]}),
                   std::vector<uint8_t>(c.corners, c.corners + 4))
-            << c.orientation;
+            << int(c.orientation);
     }
     // Damaged or foreign blocks leave the picture as stored.
-    std::vector<uint8_t> cut = exif(6, false);
-    cut.resize(cut.size() - 4);
-    std::vector<uint8_t> outOfRange = exif(9, true);
-    std::vector<uint8_t> notTiff = exif(6, false);
+    std::vector<uint8_t> cut = exif(6, false), outOfRange = exif(9, true), notTiff = exif(6, false);
+    cut.resize(cut.size() - 10);
     notTiff[6] = 'X';
     for (const auto& block : {cut, outOfRange, notTiff}) {
         EXPECT_EQ(detail::exifOrientation(block.data(), block.size()), 1);
@@ -287,20 +256,14 @@ TEST(Orientation, EveryExifValueTurnsThePictureUpright) {
 }
 
 TEST_F(IoTest, JpegAndPngInputsComeUprightUnlessAskedNotTo) {
-    // 32x16: red on the left, blue on the right, so that the turn shows.
-    Image stored{32, 16, kRgb, {}};
+    Image stored{32, 16, kRgb, {}};  // red on the left, blue on the right
     for (int i = 0; i < 32 * 16; ++i) {
-        const bool left = i % 32 < 16;
-        stored.data.insert(stored.data.end(),
-                           {uint8_t(left ? 255 : 0), 0, uint8_t(left ? 0 : 255)});
+        const uint8_t left = i % 32 < 16 ? 255 : 0;
+        stored.data.insert(stored.data.end(), {left, 0, uint8_t(255 - left)});
     }
     writeJpegWithLibjpeg(path("a.jpg"), stored, [](jpeg_compress_struct& c) {
         const std::vector<uint8_t> block = exif(6, true);
         jpeg_write_marker(&c, JPEG_APP0 + 1, block.data(), unsigned(block.size()));
-    });
-    writeTaggedPng(path("a.png"), [](png_structp p, png_infop i) {
-        const std::vector<uint8_t> block = exif(8, false);
-        png_set_eXIf_1(p, i, png_uint_32(block.size() - 6), const_cast<png_bytep>(&block[6]));
     });
     const Image upright = readImage(path("a.jpg"));
     EXPECT_EQ(upright.orientation, 6);
@@ -313,6 +276,8 @@ TEST_F(IoTest, JpegAndPngInputsComeUprightUnlessAskedNotTo) {
     const Image kept = readImage(path("a.jpg"), asStored);
     EXPECT_EQ(kept.orientation, 6);
     EXPECT_EQ(describe(kept), "32x16 rgb, 1536 bytes");
+    writeTaggedPng(path("a.png"), {false, 0, {}, {}, {}, exif(8, false)});
+    EXPECT_EQ(describe(readImage(path("a.png"))), "2x2 rgb, 12 bytes");
     EXPECT_EQ(readImage(path("a.png")).orientation, 8);
 }
 
