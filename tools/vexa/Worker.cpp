@@ -372,6 +372,8 @@ vexa::io::Image Worker::apply(vexa::io::Image image, const std::string& outputTy
         out.colorSpace = mivo::COLOR_SPACE_BT709;
     } else if (tagged == 0 && !parameters_.targetColorSpace) {
         out.colorSpace = 0;
+    } else if (out.colorSpace == colorSpace) {
+        out.hdrType = image.hdrType;  // PQ or HLG stays what it was
     }
     return out;
 }

@@ -86,7 +86,8 @@ struct WriteOptions {
     int jpegQuality = 92;  // 1..100
     // 444, 422 or 420; 0: full chroma (444) at quality 90 and above, 420 below.
     int jpegSubsampling = 0;
-    // zlib level 0..9; -1: the fast default (level 2, RLE matches, adaptive row filters).
+    // 0 stores, 1 (and -1, the default) is zlib's run-length matching over rows filtered by
+    // the average of left and up, 2..9 zlib's levels with adaptive filters.
     int pngCompression = -1;
 };
 
