@@ -71,6 +71,10 @@ row "JPEG resize to 1920x1280" \
     "$V resize photo.jpg --to 1920x1280 --quality 90 -o v.jpg" \
     "vipsthumbnail photo.jpg -s 1920x1280 -o 's.jpg$J'" \
     "$MAGICK photo.jpg -resize 1920x1280 -quality 90 m.jpg"
+row "JPEG thumbnail 480x320" \
+    "$V resize photo.jpg --to 480x320 --quality 90 -o v.jpg" \
+    "vipsthumbnail photo.jpg -s 480x320 -o 's.jpg$J'" \
+    "$MAGICK photo.jpg -resize 480x320 -quality 90 m.jpg"
 row "PNG resize to 1920x1280" \
     "$V resize photo.png --to 1920x1280 -o v.png" \
     "vipsthumbnail photo.png -s 1920x1280 -o s.png" \

@@ -234,6 +234,13 @@ vexa::Parameters toParameters(Operation operation, const Arguments& a) {
     p.write.jpegSubsampling = a.subsampling;
     p.write.pngCompression = a.pngCompression;
     p.raw.autoOrient = !a.noAutoOrient;
+    // A JPEG decoded smaller by its DCT, as vipsthumbnail does, but leaving a factor of four or
+    // more to the resampler: measured on a photo and a zone plate, the result then stays within
+    // 57 and 45 dB PSNR of a full-size decode (with two, the zone plate aliases visibly).
+    if (p.size && (operation == Operation::Rsz || operation == Operation::RszCsc)) {
+        p.raw.minWidth = 4 * p.size->cols;
+        p.raw.minHeight = 4 * p.size->rows;
+    }
     p.verbose = a.verbose;
     return p;
 }

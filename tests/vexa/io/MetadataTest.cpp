@@ -276,6 +276,20 @@ TEST_F(IoTest, JpegAndPngInputsComeUprightUnlessAskedNotTo) {
     const Image kept = readImage(path("a.jpg"), asStored);
     EXPECT_EQ(kept.orientation, 6);
     EXPECT_EQ(describe(kept), "32x16 rgb, 1536 bytes");
+    // Decoded smaller by the DCT while the upright picture stays at least this large.
+    struct Shrink {
+        int minWidth, minHeight;
+        const char* size;
+    };
+    for (const Shrink& c :
+         {Shrink{4, 8, "4x8"}, {5, 8, "8x16"}, {8, 17, "16x32"}, {0, 8, "16x32"}}) {
+        RawOptions small;
+        small.minWidth = c.minWidth;
+        small.minHeight = c.minHeight;
+        const Image image = readImage(path("a.jpg"), small);
+        EXPECT_EQ(std::to_string(image.width) + "x" + std::to_string(image.height), c.size);
+        EXPECT_EQ(image.shrink, 16 / image.width);
+    }
     writeTaggedPng(path("a.png"), {false, 0, {}, {}, {}, exif(8, false)});
     EXPECT_EQ(describe(readImage(path("a.png"))), "2x2 rgb, 12 bytes");
     EXPECT_EQ(readImage(path("a.png")).orientation, 8);

@@ -433,9 +433,7 @@ FrameReader::FrameReader(const std::string& path, const RawOptions& raw)
         throw IoError("cannot read '" + path + "': " + e.what());
     }
     if (s.still) {
-        RawOptions picture;  // names the file in its own messages
-        picture.autoOrient = raw.autoOrient;
-        s.stillImage = readImage(path, picture);
+        s.stillImage = readImage(path, raw);  // names the file in its own messages
         s.bits = s.stillImage.sourceBits;
         return;
     }

@@ -246,8 +246,9 @@ Image readImage(const std::string& path, const RawOptions& raw) {
         const FileType& type = requireType(path);
         if (type.kind == Kind::Png || type.kind == Kind::Jpeg) {
             FilePtr f = openForRead(path);
-            return type.kind == Kind::Png ? detail::readPng(f.get(), raw.autoOrient)
-                                          : detail::readJpeg(f.get(), raw.autoOrient);
+            return type.kind == Kind::Png
+                       ? detail::readPng(f.get(), raw.autoOrient)
+                       : detail::readJpeg(f.get(), raw.autoOrient, raw.minWidth, raw.minHeight);
         }
     } catch (const IoError& e) {
         throw IoError("cannot read '" + path + "': " + e.what());

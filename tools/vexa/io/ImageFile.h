@@ -71,6 +71,8 @@ struct Image {
     int orientation = 1;
     // Bits per sample in the file; deeper samples were reduced to 8 by ordered dithering.
     int sourceBits = 8;
+    // The picture was decoded at 1/shrink of its stored size (RawOptions::minWidth).
+    int shrink = 1;
 };
 
 // Raw files carry no header, so the caller says what is in them.
@@ -80,6 +82,10 @@ struct RawOptions {
     int colorFormat = 0;     // 0: the format the extension implies
     int frame = 0;           // which frame readImage picks from a multi-frame raw or Y4M file
     bool autoOrient = true;  // turn pictures upright by their EXIF orientation
+    // A JPEG may be decoded at 1/2, 1/4 or 1/8 of its size (by its DCT, far faster) as long as
+    // the upright picture stays at least this large; 0: always at full size.
+    int minWidth = 0;
+    int minHeight = 0;
 };
 
 struct WriteOptions {

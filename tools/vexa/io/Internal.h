@@ -35,7 +35,9 @@ void writeExact(std::FILE* f, const void* src, size_t n);
 Image readPng(std::FILE* f, bool autoOrient);
 void writePng(std::FILE* f, const Image& image, int compression);
 
-Image readJpeg(std::FILE* f, bool autoOrient);
+// Decodes at 1/2, 1/4 or 1/8 scale when the upright picture stays at least minWidth by
+// minHeight (both given).
+Image readJpeg(std::FILE* f, bool autoOrient, int minWidth = 0, int minHeight = 0);
 void writeJpeg(std::FILE* f, const Image& image, int quality, int subsampling);
 
 // 4x4 Bayer thresholds: reducing a smooth deep gradient this way leaves no bands.

@@ -86,7 +86,19 @@ void readMetadata(jpeg_decompress_struct& cinfo, Image& out) {
     }
 }
 
-bool decode(Reader& r, std::FILE* f, Image& out) {
+// The largest of 8, 4 and 2 that leaves a picture of at least minWidth x minHeight; 1 when
+// none does or no minimum is given.
+int shrinkFor(const jpeg_decompress_struct& cinfo, bool sidesSwap, int minWidth, int minHeight) {
+    if (minWidth <= 0 || minHeight <= 0) return 1;
+    const long long w = sidesSwap ? cinfo.image_height : cinfo.image_width;
+    const long long h = sidesSwap ? cinfo.image_width : cinfo.image_height;
+    for (int s = 8; s > 1; s /= 2) {
+        if ((w + s - 1) / s >= minWidth && (h + s - 1) / s >= minHeight) return s;
+    }
+    return 1;
+}
+
+bool decode(Reader& r, std::FILE* f, Image& out, bool autoOrient, int minWidth, int minHeight) {
     installErrorManager(reinterpret_cast<jpeg_common_struct*>(&r.cinfo), r.errors);
     if (setjmp(r.errors.jump)) return false;
     jpeg_create_decompress(&r.cinfo);
@@ -102,6 +114,9 @@ bool decode(Reader& r, std::FILE* f, Image& out) {
                  4096);
     readMetadata(r.cinfo, out);
     r.cinfo.out_color_space = JCS_RGB;  // gray and YCbCr both come out as rgb
+    out.shrink = shrinkFor(r.cinfo, autoOrient && out.orientation >= 5, minWidth, minHeight);
+    r.cinfo.scale_num = 1;
+    r.cinfo.scale_denom = static_cast<unsigned>(out.shrink);
     jpeg_start_decompress(&r.cinfo);
     if (r.cinfo.output_components != 3) fail("unexpected JPEG output layout");
 
@@ -163,10 +178,11 @@ bool encode(Writer& w, std::FILE* f, const Image& image, int quality, int subsam
 
 }  // namespace
 
-Image readJpeg(std::FILE* f, bool autoOrient) {
+Image readJpeg(std::FILE* f, bool autoOrient, int minWidth, int minHeight) {
     Reader r;
     Image image;
-    if (!decode(r, f, image)) fail(std::string("invalid JPEG: ") + r.errors.message);
+    if (!decode(r, f, image, autoOrient, minWidth, minHeight))
+        fail(std::string("invalid JPEG: ") + r.errors.message);
     if (autoOrient) orient(image, image.orientation);
     return image;
 }
