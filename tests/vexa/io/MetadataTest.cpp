@@ -57,10 +57,11 @@ void writeTaggedPng(const std::string& file, const PngTags& tags) {
     std::fclose(f);
 }
 
-// A JPEG written by libjpeg at quality 100 without subsampling, grey for a kYuv420 image
+// A JPEG written by libjpeg at quality 100 (4:2:0 for lumaSampling 2), grey for a kYuv420 image
 // (its first plane); `markers` adds markers of its own.
 void writeJpegWithLibjpeg(const std::string& file, const Image& image,
-                          const std::function<void(jpeg_compress_struct&)>& markers = {}) {
+                          const std::function<void(jpeg_compress_struct&)>& markers = {},
+                          int lumaSampling = 1) {
     std::FILE* f = std::fopen(file.c_str(), "wb");
     jpeg_compress_struct cinfo{};
     jpeg_error_mgr err{};
@@ -73,7 +74,7 @@ void writeJpegWithLibjpeg(const std::string& file, const Image& image,
     cinfo.in_color_space = image.colorFormat == kRgb ? JCS_RGB : JCS_GRAYSCALE;
     jpeg_set_defaults(&cinfo);
     jpeg_set_quality(&cinfo, 100, TRUE);
-    cinfo.comp_info[0].h_samp_factor = cinfo.comp_info[0].v_samp_factor = 1;
+    cinfo.comp_info[0].h_samp_factor = cinfo.comp_info[0].v_samp_factor = lumaSampling;
     jpeg_start_compress(&cinfo, TRUE);
     if (markers) markers(cinfo);
     const size_t rowBytes = size_t(image.width) * cinfo.input_components;
@@ -305,6 +306,13 @@ TEST_F(IoTest, EncoderSettingsChangeWhatIsStoredButNotThePixels) {
         const uint8_t sof[] = {0xFF, 0xC0};
         const auto at = std::search(bytes.begin(), bytes.end(), sof, sof + 2) - bytes.begin();
         EXPECT_EQ(bytes.at(at + 11), c.h << 4 | c.v) << c.quality << " " << c.asked;
+    }
+    // Large pictures are encoded in bands on every core; they decode as one encoder's would.
+    const Image large = noiseImage(kRgb, 1024, 1037);
+    for (int luma : {1, 2}) {
+        writeImage(path("a.jpg"), large, {100, luma == 1 ? 444 : 420});
+        writeJpegWithLibjpeg(path("b.jpg"), large, {}, luma);
+        EXPECT_TRUE(readImage(path("a.jpg")).data == readImage(path("b.jpg")).data) << luma;
     }
     // PNG compression: lossless at every level; 0 stores every byte.
     Image smooth{256, 64, kRgba, {}};
