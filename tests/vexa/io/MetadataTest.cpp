@@ -4,10 +4,11 @@
 #include <cstdio>  // before jpeglib.h, which uses FILE and size_t
 #include <cstring>
 #include <functional>
+#include <initializer_list>
+#include <utility>
 
 #include <jpeglib.h>
 #include <lcms2.h>
-#include <png.h>
 #include <zlib.h>
 
 #include "TestSupport.h"
@@ -16,45 +17,43 @@
 namespace vexa::io::test {
 namespace {
 
-// Chunks for a PNG written by libpng, as other programs write them.
-struct PngTags {
-    bool srgb = false;
-    int gamma = 0;
-    std::vector<double> chromaticities;  // white, red, green, blue
-    std::vector<uint8_t> icc, cicp;
-};
+using Chunk = std::pair<std::string, std::vector<uint8_t>>;
 
-void writeTaggedPng(const std::string& file, const PngTags& tags) {
-    std::FILE* f = std::fopen(file.c_str(), "wb");
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png_create_info_struct(png);
-    png_unknown_chunk cicp{{'c', 'I', 'C', 'P', 0},
-                           const_cast<png_bytep>(tags.cicp.data()),
-                           tags.cicp.size(),
-                           PNG_HAVE_IHDR};
-    if (setjmp(png_jmpbuf(png))) {
-        ADD_FAILURE() << "libpng failed";
-    } else {
-        png_init_io(png, f);
-        png_set_IHDR(png, info, 2, 2, 8, PNG_COLOR_TYPE_RGB, 0, 0, 0);
-        if (tags.srgb) png_set_sRGB(png, info, 0);
-        if (tags.gamma) png_set_gAMA_fixed(png, info, tags.gamma);
-        const std::vector<double>& c = tags.chromaticities;
-        if (!c.empty()) png_set_cHRM(png, info, c[0], c[1], c[2], c[3], c[4], c[5], c[6], c[7]);
-        if (!tags.icc.empty()) {
-            png_set_iCCP(png, info, "icc", 0, tags.icc.data(), png_uint_32(tags.icc.size()));
-        }
-        if (!tags.cicp.empty()) {
-            png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_ALWAYS, cicp.name, 1);
-            png_set_unknown_chunks(png, info, &cicp, 1);
-        }
-        png_write_info(png, info);
-        png_byte row[6] = {60, 90, 120, 150, 180, 210};
-        for (int y = 0; y < 2; ++y) png_write_row(png, row);
-        png_write_end(png, nullptr);
+std::vector<uint8_t> bigEndian(std::initializer_list<uint32_t> values) {
+    std::vector<uint8_t> bytes;
+    for (uint32_t v : values) {
+        bytes.insert(bytes.end(),
+                     {uint8_t(v >> 24), uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v)});
     }
-    png_destroy_write_struct(&png, &info);
-    std::fclose(f);
+    return bytes;
+}
+
+// Rewrites a PNG without its colour chunks but those named in `keep`, with `add` after its
+// header, as other programs tag their files.
+void retag(const std::string& file, const std::vector<Chunk>& add, const std::string& keep = "") {
+    const std::vector<uint8_t> in = readBytes(file);
+    std::vector<uint8_t> out(in.begin(), in.begin() + 33);  // signature and IHDR
+    for (const auto& [type, data] : add) {
+        const std::vector<uint8_t> length = bigEndian({uint32_t(data.size())});
+        out.insert(out.end(), length.begin(), length.end());
+        out.insert(out.end(), type.begin(), type.end());
+        out.insert(out.end(), data.begin(), data.end());
+        const Bytef* crcd = &out[out.size() - data.size() - 4];
+        const std::vector<uint8_t> crc =
+            bigEndian({uint32_t(::crc32(0, crcd, uInt(data.size() + 4)))});
+        out.insert(out.end(), crc.begin(), crc.end());
+    }
+    for (size_t at = 33; at + 12 <= in.size();) {
+        const size_t length =
+            size_t(in[at]) << 24 | in[at + 1] << 16 | in[at + 2] << 8 | in[at + 3];
+        const std::string type(in.begin() + at + 4, in.begin() + at + 8);
+        if (std::string("cICP iCCP sRGB gAMA cHRM").find(type) == std::string::npos ||
+            keep.find(type) != std::string::npos) {
+            out.insert(out.end(), in.begin() + at, in.begin() + at + 12 + length);
+        }
+        at += 12 + length;
+    }
+    writeBytes(file, out);
 }
 
 // A JPEG written by libjpeg at quality 100 (4:2:0 for lumaSampling 2), grey for a kYuv420 image
@@ -104,19 +103,14 @@ std::vector<uint8_t> profile(bool adobe) {
     return bytes;
 }
 
-// Renames a PNG's cICP chunk (fixing its CRC), as a reader that knows no cICP would skip it.
-void hideCicp(const std::string& file) {
-    std::vector<uint8_t> bytes = readBytes(file);
-    for (size_t at = 8; at + 12 <= bytes.size();) {
-        const size_t length = size_t(bytes[at + 2]) << 8 | bytes[at + 3];  // small chunks
-        if (std::memcmp(&bytes[at + 4], "cICP", 4) == 0) {
-            bytes[at + 7] = 'Q';
-            const uint32_t crc = uint32_t(::crc32(0, &bytes[at + 4], uInt(length + 4)));
-            for (int i = 0; i < 4; ++i) bytes[at + 8 + length + i] = uint8_t(crc >> (24 - 8 * i));
-        }
-        at += length + 12;
-    }
-    writeBytes(file, bytes);
+// An iCCP chunk's data: name, compression method, the deflated profile.
+std::vector<uint8_t> iccp(const std::vector<uint8_t>& profile) {
+    uLongf size = compressBound(uLong(profile.size()));
+    std::vector<uint8_t> data{'i', 'c', 'c', 0, 0};
+    data.resize(5 + size);
+    compress(&data[5], &size, profile.data(), uLong(profile.size()));
+    data.resize(5 + size);
+    return data;
 }
 
 using ColourTagTest = IoTest;
@@ -156,7 +150,7 @@ TEST_F(ColourTagTest, WhatVexaWritesReadsBackInBothFileTypes) {
         const Image jpeg = readImage(path("a.jpg"));
         EXPECT_EQ(jpeg.colorSpace, srgb ? 0 : c.read);
         EXPECT_EQ(jpeg.hdrType, c.hdrType);
-        hideCicp(path("a.png"));
+        retag(path("a.png"), {}, "sRGB gAMA cHRM");  // as read without cICP
         const Image old = readImage(path("a.png"));
         EXPECT_EQ(old.colorSpace, c.fallback);
         EXPECT_EQ(old.colorTag, srgb ? "sRGB" : "gAMA/cHRM");
@@ -164,28 +158,31 @@ TEST_F(ColourTagTest, WhatVexaWritesReadsBackInBothFileTypes) {
 }
 
 TEST_F(ColourTagTest, ReadsTheTagsOfOtherWritersInTheirOrder) {
-    const std::vector<double> p3{0.3127, 0.329, 0.68, 0.32, 0.265, 0.69, 0.15, 0.06};
-    const std::vector<double> adobe{0.3127, 0.329, 0.64, 0.33, 0.21, 0.71, 0.15, 0.06};
+    const std::vector<uint8_t> p3 =
+        bigEndian({31270, 32900, 68000, 32000, 26500, 69000, 15000, 6000});
+    const std::vector<uint8_t> adobe =
+        bigEndian({31270, 32900, 64000, 33000, 21000, 71000, 15000, 6000});
     struct Case {
-        PngTags tags;
+        std::vector<Chunk> tags;
         int space, hdrType;
         const char* from;
     };
     const Case cases[] = {
         {{}, 0, 0, ""},
-        {{true, 0, {}, {}, {}}, kSpaceSrgb, 0, "sRGB"},
-        {{false, 45455, {}, {}, {}}, kSpaceSrgb, 0, "gAMA/cHRM"},
-        {{false, 41667, {}, {}, {}}, kSpaceBt709, 0, "gAMA/cHRM"},
-        {{false, 45455, p3, {}, {}}, kSpaceDisplayP3, 0, "gAMA/cHRM"},
-        {{false, 0, adobe, {}, {}}, 0, 0, "gAMA/cHRM, not recognised"},
-        {{false, 0, {}, profile(false), {}}, kSpaceSrgb, 0, "ICC"},
-        {{false, 0, {}, profile(true), {}}, 0, 0, "ICC, not recognised"},
-        {{false, 0, {}, profile(false), {9, 16, 0, 1}}, kSpaceBt2100, 3, "cICP"},
-        {{false, 0, {}, {}, {11, 17, 0, 1}}, 0, 0, "cICP, not recognised"},  // DCI-P3
+        {{{"sRGB", {0}}}, kSpaceSrgb, 0, "sRGB"},
+        {{{"gAMA", bigEndian({45455})}}, kSpaceSrgb, 0, "gAMA/cHRM"},
+        {{{"gAMA", bigEndian({41667})}}, kSpaceBt709, 0, "gAMA/cHRM"},
+        {{{"gAMA", bigEndian({45455})}, {"cHRM", p3}}, kSpaceDisplayP3, 0, "gAMA/cHRM"},
+        {{{"cHRM", adobe}}, 0, 0, "gAMA/cHRM, not recognised"},
+        {{{"iCCP", iccp(profile(false))}}, kSpaceSrgb, 0, "ICC"},
+        {{{"iCCP", iccp(profile(true))}}, 0, 0, "ICC, not recognised"},
+        {{{"iCCP", iccp(profile(false))}, {"cICP", {9, 16, 0, 1}}}, kSpaceBt2100, 3, "cICP"},
+        {{{"cICP", {11, 17, 0, 1}}}, 0, 0, "cICP, not recognised"},  // DCI-P3
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.from);
-        writeTaggedPng(path("a.png"), c.tags);
+        writeImage(path("a.png"), noiseImage(kRgb, 2, 2));
+        retag(path("a.png"), c.tags);
         const Image image = readImage(path("a.png"));
         EXPECT_EQ(image.colorSpace, c.space);
         EXPECT_EQ(image.hdrType, c.hdrType);
