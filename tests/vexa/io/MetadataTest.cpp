@@ -304,12 +304,15 @@ TEST_F(IoTest, EncoderSettingsChangeWhatIsStoredButNotThePixels) {
         const auto at = std::search(bytes.begin(), bytes.end(), sof, sof + 2) - bytes.begin();
         EXPECT_EQ(bytes.at(at + 11), c.h << 4 | c.v) << c.quality << " " << c.asked;
     }
-    // Large pictures are encoded in bands on every core; they decode as one encoder's would.
-    const Image large = noiseImage(kRgb, 1024, 1037);
-    for (int luma : {1, 2}) {
-        writeImage(path("a.jpg"), large, {100, luma == 1 ? 444 : 420});
-        writeJpegWithLibjpeg(path("b.jpg"), large, {}, luma);
-        EXPECT_TRUE(readImage(path("a.jpg")).data == readImage(path("b.jpg")).data) << luma;
+    // Quality and sampling reach the encoder; large pictures, encoded in bands on every core,
+    // decode as one encoder's output would.
+    for (const Image& image : {noiseImage(kRgb, 33, 17), noiseImage(kRgb, 1024, 1037)}) {
+        for (int luma : {1, 2}) {
+            writeImage(path("a.jpg"), image, {100, luma == 1 ? 444 : 420});
+            writeJpegWithLibjpeg(path("b.jpg"), image, {}, luma);
+            EXPECT_TRUE(readImage(path("a.jpg")).data == readImage(path("b.jpg")).data)
+                << image.width << " " << luma;
+        }
     }
     // PNG compression: lossless at every level; 0 stores every byte.
     Image smooth{256, 64, kRgba, {}};
