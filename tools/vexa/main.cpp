@@ -32,6 +32,9 @@ struct Arguments {
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
     bool verbose = false;
     int quality = 92;
+    int subsampling = 0;
+    int pngCompression = -1;
+    bool noAutoOrient = false;
     std::string size;
     int factor = 0;
     std::string toFormat;
@@ -80,6 +83,17 @@ void addCommonOptions(CLI::App& app, Arguments& a) {
                    "Worker threads: frames of a clip, or files of several inputs")
         ->check(CLI::Range(1u, 256u));
     app.add_option("--quality", a.quality, "JPEG quality of the output")->check(CLI::Range(1, 100));
+    app.add_option("--subsampling", a.subsampling,
+                   "JPEG chroma subsampling of the output: 420, 422 or 444 (default: 444 at "
+                   "quality 90 and above, else 420)")
+        ->check(CLI::IsMember({420, 422, 444}));
+    app.add_option("--png-compression", a.pngCompression,
+                   "PNG compression of the output: 0 (none) to 9 (smallest, slowest); default "
+                   "1, fast run-length matching")
+        ->check(CLI::Range(0, 9));
+    app.add_flag("--no-auto-orient", a.noAutoOrient,
+                 "Keep JPEG and PNG inputs as stored instead of turning them upright by their "
+                 "EXIF orientation");
     app.add_flag("-v,--verbose", a.verbose,
                  "Print the buffers and the records handed to the library, and a summary");
 }
@@ -217,6 +231,16 @@ vexa::Parameters toParameters(Operation operation, const Arguments& a) {
         p.frameChosen = true;
     }
     p.write.jpegQuality = a.quality;
+    p.write.jpegSubsampling = a.subsampling;
+    p.write.pngCompression = a.pngCompression;
+    p.raw.autoOrient = !a.noAutoOrient;
+    // A JPEG decoded smaller by its DCT, as vipsthumbnail does, but leaving a factor of four or
+    // more to the resampler: measured on a photo and a zone plate, the result then stays within
+    // 57 and 45 dB PSNR of a full-size decode (with two, the zone plate aliases visibly).
+    if (p.size && (operation == Operation::Rsz || operation == Operation::RszCsc)) {
+        p.raw.minWidth = 4 * p.size->cols;
+        p.raw.minHeight = 4 * p.size->rows;
+    }
     p.verbose = a.verbose;
     return p;
 }
@@ -262,8 +286,8 @@ int runInfo(const std::string& path, const Arguments& a) {
     // Constructing a plugin registers the record view of buffers.
     mivo::ext::VexaPlugin registration(nullptr, std::vector<Operation>{});
     const vexa::io::Image image = vexa::io::readImage(path, parameters.raw);
-    const int space =
-        parameters.inputColorSpace.value_or(vexa::defaultColorSpace(image.colorFormat));
+    const int space = parameters.inputColorSpace.value_or(
+        image.colorSpace != 0 ? image.colorSpace : vexa::defaultColorSpace(image.colorFormat));
     const auto buffer = vexa::toBuffer(image, space);
     std::cout << path << ": " << vexa::io::describe(image) << "\n"
               << buffer->toString() << "\n"
@@ -299,6 +323,7 @@ int main(int argc, char** argv) {
     info->add_option("--size", arguments.rawSize, "Size of a raw file, WIDTHxHEIGHT");
     info->add_option("--format", arguments.rawFormat, "Colour format of a raw file");
     info->add_option("--color-space", arguments.inputSpace, "Colour space of the file");
+    info->add_flag("--no-auto-orient", arguments.noAutoOrient, "Ignore the EXIF orientation");
 
     try {
         app.parse(argc, argv);

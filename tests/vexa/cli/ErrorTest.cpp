@@ -122,6 +122,8 @@ TEST_F(ErrorTest, UsageErrorsOfTheParser) {
              {"crop", "in.png", "-o", "out.png"},
              {"rot", "in.png", "--angle", "90", "-j", "0"},
              {"rot", "in.png", "--angle", "90", "--quality", "101"},
+             {"rot", "in.png", "--angle", "90", "--subsampling", "411"},
+             {"rot", "in.png", "--angle", "90", "--png-compression", "10"},
              {"rszPd", "in.png", "--factor", "2", "--to", "10x10"}}) {
         SCOPED_TRACE(::testing::PrintToString(args));
         const Outcome run = vexa(args);
