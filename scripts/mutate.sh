@@ -152,7 +152,11 @@ fi
 
 mkdir -p "$WORK"
 echo "copying the working tree to $TREE"
-rsync -a --delete --exclude '/build*/' --exclude '/.git' --exclude '/out/' "$ROOT/" "$TREE/"
+# Tracked and new files as they stand now, into a fresh copy (the build dir is kept).
+mkdir -p "$TREE"
+find "$TREE" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
+git -C "$ROOT" ls-files -z --cached --others --exclude-standard |
+  (cd "$ROOT" && xargs -0 cp --parents -t "$TREE")
 export CMAKE_CXX_COMPILER_LAUNCHER=ccache CMAKE_C_COMPILER_LAUNCHER=ccache
 (cd "$TREE" && cmake --preset default -DMIVO_BUILD_BENCHMARKS=OFF >/dev/null)
 echo "building the unchanged copy"

@@ -49,6 +49,13 @@ void expectGeometry(const GeometryCase& c) {
     EXPECT_EQ(buffer->getSize(), c.size);
 }
 
+class ReshapedBuffer : public PointerBuffer {
+  public:
+    using PointerBuffer::PointerBuffer;
+    int getRows() const override { return 7; }
+    int getCols() const override { return 5; }
+};
+
 // clang-format off
 TEST(Buffer, StrideScanlinesAndSize) {
     for (const GeometryCase& c : {
@@ -74,22 +81,19 @@ TEST(Buffer, StrideScanlinesAndSize) {
     {"depth_15_has_no_size", COLOR_FORMAT_RGB, 10, 3, {}, 30, 3, 0, 15}}) {
         expectGeometry(c);
     }
+    // Mistyped extras throw.
+    auto floatStride =
+        CpuMediaBuffer::wrap(imageFormat(COLOR_FORMAT_RGB, 8, 8, {{"stride", 8.0f}}), nullptr);
+    EXPECT_THROW(floatStride->getSize(), std::bad_variant_access);
+    auto textScanlines = CpuMediaBuffer::wrap(
+        imageFormat(COLOR_FORMAT_NV12, 8, 8, {{"scan-lines", std::string("8")}}), nullptr);
+    EXPECT_THROW(textScanlines->getScanlines(), std::bad_variant_access);
+    // Without extras, stride and scan-lines follow the buffer's own rows and columns.
+    ReshapedBuffer reshaped(imageFormat(COLOR_FORMAT_RGB, 100, 200), PixelPointer{});
+    EXPECT_EQ(reshaped.getStride(), 15);
+    EXPECT_EQ(reshaped.getScanlines(), 7);
 }
 // clang-format on
-
-// Stride and scan-lines start from the buffer's own rows and columns.
-class ReshapedBuffer : public PointerBuffer {
-  public:
-    using PointerBuffer::PointerBuffer;
-    int getRows() const override { return 7; }
-    int getCols() const override { return 5; }
-};
-
-TEST(Buffer, StrideAndScanlinesDefaultToTheBuffersOwnShape) {
-    ReshapedBuffer buffer(imageFormat(COLOR_FORMAT_RGB, 100, 200), PixelPointer{});
-    EXPECT_EQ(buffer.getStride(), 15);
-    EXPECT_EQ(buffer.getScanlines(), 7);
-}
 
 TEST(Format, SetShapeStoresAPrivateMutableCopy) {
     auto format = MutableMediaFormat::create();
@@ -100,16 +104,6 @@ TEST(Format, SetShapeStoresAPrivateMutableCopy) {
     EXPECT_EQ(format->getRows(), 3);
     EXPECT_EQ(format->getCols(), 4);
     EXPECT_EQ(format->getChannels(), 2);
-}
-
-TEST(Buffer, MistypedExtrasThrowBadVariantAccess) {
-    auto floatStride =
-        CpuMediaBuffer::wrap(imageFormat(COLOR_FORMAT_RGB, 8, 8, {{"stride", 8.0f}}), nullptr);
-    EXPECT_THROW(floatStride->getStride(), std::bad_variant_access);
-    EXPECT_THROW(floatStride->getSize(), std::bad_variant_access);
-    auto textScanlines = CpuMediaBuffer::wrap(
-        imageFormat(COLOR_FORMAT_NV12, 8, 8, {{"scan-lines", std::string("8")}}), nullptr);
-    EXPECT_THROW(textScanlines->getScanlines(), std::bad_variant_access);
 }
 
 TEST(Buffer, UsageIsTheFirstOrThirdAlternativeUnderKeyOne) {
@@ -196,21 +190,7 @@ class BundleBuffer : public PointerBuffer {
     std::vector<std::shared_ptr<MediaBuffer>> members_;
 };
 
-TEST(Metadata, PlainBufferIsAListOfItself) {
-    auto image = member(MEDIA_KIND_IMAGE, {{"exif", true}});
-    auto list = image->asList();
-    ASSERT_EQ(list.size(), 1u);
-    EXPECT_EQ(list[0], image);
-    EXPECT_TRUE(image->getMetadataBuffers().empty());
-    EXPECT_EQ(image->getExifBuffer(), nullptr);
-    EXPECT_EQ(image->getIccBuffer(), nullptr);
-
-    auto exif = member(MEDIA_KIND_METADATA, {{"exif", 0}});
-    EXPECT_EQ(exif->getMetadataBuffers(), std::vector<std::shared_ptr<MediaBuffer>>{exif});
-    EXPECT_EQ(exif->getExifBuffer(), exif);
-    EXPECT_EQ(exif->getIccBuffer(), nullptr);
-}
-
+// A plain buffer is a list of itself; the queries walk the list in order.
 TEST(Metadata, QueriesWalkTheListInOrder) {
     auto image = member(MEDIA_KIND_IMAGE, {{"icc", true}});
     auto exif1 = member(MEDIA_KIND_METADATA, {{"exif", true}});
@@ -224,6 +204,13 @@ TEST(Metadata, QueriesWalkTheListInOrder) {
               (std::vector<std::shared_ptr<MediaBuffer>>{exif1, icc, exif2}));
     EXPECT_EQ(bundle->getExifBuffer(), exif1);
     EXPECT_EQ(bundle->getIccBuffer(), icc);
+
+    EXPECT_EQ(image->asList(), std::vector<std::shared_ptr<MediaBuffer>>{image});
+    EXPECT_TRUE(image->getMetadataBuffers().empty());
+    EXPECT_EQ(image->getIccBuffer(), nullptr);
+    EXPECT_EQ(exif1->getMetadataBuffers(), std::vector<std::shared_ptr<MediaBuffer>>{exif1});
+    EXPECT_EQ(exif1->getExifBuffer(), exif1);
+    EXPECT_EQ(exif1->getIccBuffer(), nullptr);
 }
 
 std::string pointerText(const void* p) {
@@ -242,9 +229,6 @@ TEST(Text, FormatAndJoin) {
     char array[] = "arr";
     EXPECT_EQ(join(", ", std::string("s"), 'c', pointer, array), "s, c, p, arr");
     EXPECT_EQ(join("", "x", "y"), "xy");
-}
-
-TEST(Text, FormatStringThatSnprintfRejectsAsserts) {
     // A field width past INT_MAX: snprintf reports -1.
     expectAssertion([] { format("%2147483648d", 1); }, {"!(size > 0)", "%s\nerror on format string",
                                                         "Def[156] ASSERT(size > 0) failed."});

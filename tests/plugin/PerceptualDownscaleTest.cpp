@@ -246,15 +246,5 @@ TEST_F(DownscaleTest, UnevenFactorWritesExactlyTheBytesInsideEachPlane) {
     }
 }
 
-TEST_F(DownscaleTest, OperationFillsAFreshOutput) {
-    const Image src = sourceImage(COLOR_FORMAT_NV21, 40, 24, 13, false);
-    const Buffer out = emptySlot(imageFormat(COLOR_FORMAT_NV21, 20, 12));
-    EXPECT_EQ(Plugin::rszPd(*src.buffer, *out, nullptr), 0);
-    ASSERT_NE(held(out), nullptr);
-    const Image expected = downscaleAll(src, 20, 12);
-    const uint8_t* made = static_cast<const uint8_t*>(held(out)->getDirectData());
-    EXPECT_TRUE(std::equal(made, made + 20 * 12 + 20 * 6, expected.bytes.begin()));
-}
-
 }  // namespace
 }  // namespace mivo::test
