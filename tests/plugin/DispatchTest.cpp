@@ -157,10 +157,11 @@ TEST(ViewRegistration, ConcurrentConstructionRegistersOnceAndRunsAlike) {
     constexpr int kThreads = 8;
     std::vector<uint8_t> pixels = randomBytes(64 * 48 * 3 / 2, 3);
     const Buffer in = CpuMediaBuffer::wrap(imageFormat(COLOR_FORMAT_NV12, 64, 48), pixels.data());
-    auto option = std::make_shared<ImgpOption>();
-    option->set(core::IMGP_OPTION_OWN_FLIP, int32_t{0});
-    option->set(core::IMGP_OPTION_FLIP_TYPE, int32_t{3});
-    auto run = [&](ext::Operation operation) {
+    // Each thread has its own option: a shared one's reference count would order the threads.
+    auto run = [&in](ext::Operation operation) {
+        auto option = std::make_shared<ImgpOption>();
+        option->set(core::IMGP_OPTION_OWN_FLIP, int32_t{0});
+        option->set(core::IMGP_OPTION_FLIP_TYPE, int32_t{3});
         ext::VexaPlugin plugin(option, {operation});
         Buffer out = emptySlot(imageFormat(COLOR_FORMAT_NV12, 32, 24));
         plugin(in, out);
