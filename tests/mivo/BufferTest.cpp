@@ -11,7 +11,7 @@
 #include <variant>
 #include <vector>
 
-#include "TestSupport.h"
+#include "BufferSupport.h"
 #include "mivo/Def.h"
 #include "mivo/core/buffer/OutputSlot.h"
 

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <variant>
 
-#include "TestSupport.h"
+#include "BufferSupport.h"
 #include "mivo/ext/plugin/ImgbView.h"
 
 namespace mivo::test {

@@ -8,7 +8,7 @@
 #include <functional>
 #include <stdexcept>
 
-#include "TestSupport.h"
+#include "BufferSupport.h"
 #include "mivo/core/buffer/BufferExtension.h"
 #include "mivo/ext/plugin/ImgbView.h"
 

@@ -137,8 +137,9 @@ TEST_F(DispatchTest, RetryRunsARealOperationIntoTheNewBuffer) {
 TEST_F(DispatchTest, PreferredColorMustBeAnIntOtherThanNone) {
     Buffer none = slotPreferring(COLOR_FORMAT_NONE);
     ListPlugin plugin(option_, {scripted({-3, -3, -3, -3}, std::make_shared<Runs>())});
-    expectAssertion([&] { plugin(in_, none); }, "!(cf != COLOR_FORMAT_NONE)", "%s\nnot supported",
-                    "ext/plugin/VexaPlugin[770] ASSERT(cf != COLOR_FORMAT_NONE) failed.");
+    expectAssertion([&] { plugin(in_, none); },
+                    {"!(cf != COLOR_FORMAT_NONE)", "%s\nnot supported",
+                     "ext/plugin/VexaPlugin[770] ASSERT(cf != COLOR_FORMAT_NONE) failed."});
     EXPECT_EQ(held(none), nullptr);
     for (const FormatExtraValue& value :
          {FormatExtraValue(9.0f), FormatExtraValue(true), FormatExtraValue(std::string("rgba"))}) {

@@ -161,8 +161,9 @@ TEST_F(OperationTest, RszAndCropMakeSizesEvenFor420) {
 TEST_F(OperationTest, CropWithoutRectangleAssertsBeforeDescribingTheOutput) {
     const Buffer in = picture(imageFormat(COLOR_FORMAT_NV12, 64, 48));
     const Buffer out = emptySlot(imageFormat(COLOR_FORMAT_NV12, 32, 24));
-    expectAssertion([&] { Plugin::crop(*in, *out, nullptr); }, "!(cropInfo.has_value())", "%s\n",
-                    "ext/plugin/VexaPlugin[991] ASSERT(cropInfo.has_value()) failed.");
+    expectAssertion([&] { Plugin::crop(*in, *out, nullptr); },
+                    {"!(cropInfo.has_value())", "%s\n",
+                     "ext/plugin/VexaPlugin[991] ASSERT(cropInfo.has_value()) failed."});
     EXPECT_EQ(held(out), nullptr);
     EXPECT_TRUE(takeZocaCalls().empty());
 }
