@@ -5,6 +5,8 @@
 #   scripts/mutate.sh                 every fault
 #   scripts/mutate.sh NAME|COMPONENT  only the faults with that name or component (several allowed)
 #   scripts/mutate.sh --list          the faults, without running anything
+#   TESTS_FROM=REV scripts/mutate.sh  the same with the tests/ folder of git revision REV
+#                                     (to compare a suite with an older one on today's code)
 #
 # The faults go into a copy of the working tree (build-mutate/tree, rebuilt in
 # build-mutate/tree/build with the default preset's flags and ccache), never into the tree
@@ -27,7 +29,11 @@ type-name ## buffer ## mivo/core/buffer/MediaBuffer.cpp ## typeName = "zoca-imgb
 format-bpp-stale ## buffer ## mivo/core/types/MediaFormat.cpp ## bytesPerPixel_ = getDefaultBytesPerPixel(colorFormat); ## bytesPerPixel_ = bytesPerPixel_;
 format-copy-rotation ## buffer ## mivo/core/types/MediaFormat.cpp ## rotation_(other.rotation_), ## rotation_(0),
 format-text-bool ## buffer ## mivo/core/types/MediaFormat.cpp ## return v ? "true" : "false"; ## return v ? "1" : "0";
-slot-list-held ## buffer ## mivo/core/buffer/OutputSlot.cpp ## if (holder_.held) return holder_.held->asList(); ## if (!holder_.held) return holder_.held->asList();
+slot-list-held ## buffer ## mivo/core/buffer/OutputSlot.cpp ## if (holder_.held) return holder_.held->asList(); ## if (holder_.held && false) return holder_.held->asList();
+stride-channels ## buffer ## mivo/core/buffer/MediaBuffer.h ## return stride * format_->getChannels(); ## return stride;
+usage-third ## buffer ## mivo/core/buffer/MediaBuffer.h ## return static_cast<int>(std::get<2>(*value)); ## return static_cast<int>(std::get<0>(*value));
+extras-overwritten ## buffer ## mivo/core/buffer/MediaBuffer.h ## if (!dst->getExtra(key)) dst->setExtra(key, value); ## dst->setExtra(key, value);
+metadata-any-kind ## buffer ## mivo/core/buffer/MediaBuffer.h ## if (member->getFormat()->getKind() == MEDIA_KIND_METADATA) metadata.push_back(member); ## metadata.push_back(member);
 view-packed-stride ## imgb-view ## mivo/ext/plugin/ImgbView.cpp ## image.stride[0] = 3 * sp; ## image.stride[0] = 4 * sp;
 view-i420-chroma-stride ## imgb-view ## mivo/ext/plugin/ImgbView.cpp ## image.stride[1] = image.stride[2] = half(sp); ## image.stride[1] = image.stride[2] = sp / 2;
 view-nv-chroma-width ## imgb-view ## mivo/ext/plugin/ImgbView.cpp ## image.width[1] = half(cols); ## image.width[1] = cols / 2;
@@ -55,21 +61,21 @@ op-hdr-mode ## operations ## mivo/ext/plugin/VexaPlugin.cpp ## static_cast<unsig
 op-flip-direction ## operations ## mivo/ext/plugin/VexaPlugin.cpp ## const int code = flipType == FLIP_HORIZONTAL ? ZOCA_ROT_MIRROR_H ## const int code = flipType == FLIP_HORIZONTAL ? ZOCA_ROT_MIRROR_V
 mirror-no-byteswap ## mirror ## mivo/ext/plugin/Mirror.cpp ## storeWord(to + 4 * j, __builtin_bswap32(left)); ## storeWord(to + 4 * j, left);
 mirror-odd-middle ## mirror ## mivo/ext/plugin/Mirror.cpp ## if (words % 2 == 1) { ## if (words % 2 == 0) {
-mirror-chroma-kept ## mirror ## mivo/ext/plugin/Mirror.cpp ## const int m = pairs - 1 - k; ## const int m = k;
+mirror-chroma-one-side ## mirror ## mivo/ext/plugin/Mirror.cpp ## std::memcpy(to + 2 * k, &right, 2); ## std::memcpy(to + 2 * k, &left, 2);
 mirror-both-from-source ## mirror ## mivo/ext/plugin/Mirror.cpp ## mirrorVertically(flipType == FLIP_BOTH ? dst : src, dst, w, h, wideCopies); ## mirrorVertically(src, dst, w, h, wideCopies);
 mirror-short-chroma ## mirror ## mivo/ext/plugin/Mirror.cpp ## if (h < 4 || w < 2) return; ## if (h < 8 || w < 2) return;
-pd-chroma-neighbour ## downscaler ## mivo/ext/plugin/PerceptualDownscale.cpp ## plane.neighbour = interleavedChroma ? 1 : 2; ## plane.neighbour = 2;
+pd-plane-limit ## downscaler ## mivo/ext/plugin/PerceptualDownscale.cpp ## static_cast<size_t>(std::max(dst.scanlines[q], 0)); ## static_cast<size_t>(std::max(dst.scanlines[q], 0)) + 64;
 pd-chroma-block ## downscaler ## mivo/ext/plugin/PerceptualDownscale.cpp ## plane.block = interleavedChroma ? k / 2 : k; ## plane.block = k;
 pd-chroma-offset ## downscaler ## mivo/ext/plugin/PerceptualDownscale.cpp ## plane.offset = interleavedChroma ? p - 1 : 0; ## plane.offset = 0;
 pd-plain-flat-ratio ## downscaler ## mivo/ext/plugin/PerceptualDownscale.cpp ## ratio = sl >= kVarianceFloor ? std::min(std::sqrt(sh / sl), 1.0f) : 0.0f; ## ratio = sl >= kVarianceFloor ? std::min(std::sqrt(sh / sl), 1.0f) : 1.0f;
 pd-plain-rounding ## downscaler ## mivo/ext/plugin/PerceptualDownscale.cpp ## (value > 0.0 ? static_cast<int>(value) : 0); ## (value > 0.0 ? static_cast<int>(value + 0.5) : 0);
 pd-fused-flat-ratio ## downscaler ## mivo/ext/plugin/PerceptualDownscaleRows.h ## ratio = sl >= kVarianceFloor ? (1.0f < root ? 1.0f : root) : 0.0f; ## ratio = sl >= kVarianceFloor ? (1.0f < root ? 1.0f : root) : 1.0f;
 zoca-short-stride ## zoca-validation ## zoca/src/image.cpp ## if (rec->stride[p] < RowBytes(fmt, p, w)) return ZOCA_ERR_INVALID; ## (void)0;
-zoca-planes-overlap ## zoca-validation ## zoca/src/image.cpp ## if (a0 < b1 && b0 < a1) return ZOCA_ERR_INVALID; ## (void)0;
+zoca-planes-overlap ## zoca-validation ## zoca/src/image.cpp ## if (a0 < b1 && b0 < a1) return ZOCA_ERR_INVALID; ## if (a0 < b1 && b0 < a1 && false) return ZOCA_ERR_INVALID;
 zoca-zero-width ## zoca-validation ## zoca/src/image.cpp ## if (w <= 0 || h <= 0 || ## if (w < 0 || h <= 0 ||
 zoca-odd-chroma-row ## zoca-validation ## zoca/src/image.cpp ## const int cw = (w + 1) / 2;\n    return ## const int cw = w / 2;\n    return
 zoca-wrong-size-code ## zoca-validation ## zoca/src/api.cpp ## if (d.w != want_w || d.h != want_h) return ZOCA_ERR_DESTINATION; ## if (d.w != want_w || d.h != want_h) return ZOCA_ERR_INVALID;
-zoca-in-place ## zoca-validation ## zoca/src/api.cpp ## if (Overlaps(s, d)) return ZOCA_ERR_DESTINATION; ## (void)0;
+zoca-in-place ## zoca-validation ## zoca/src/api.cpp ## if (Overlaps(s, d)) return ZOCA_ERR_DESTINATION; ## if (Overlaps(s, d) && false) return ZOCA_ERR_DESTINATION;
 zoca-crop-negative ## zoca-validation ## zoca/src/api.cpp ## if (src->startX < 0 || src->startY < 0) return ZOCA_ERR_INVALID; ## if (src->startX < 0) return ZOCA_ERR_INVALID;
 zoca-hdr-mode-range ## zoca-validation ## zoca/src/api.cpp ## mode > ZOCA_HDR_PQ_HIGHLIGHTS) return ZOCA_ERR_UNSUPPORTED; ## mode > ZOCA_HDR_PQ_HIGHLIGHTS + 1) return ZOCA_ERR_UNSUPPORTED;
 zoca-resize-filter ## zoca-resize ## zoca/src/geometry.cpp ## if (k.dw < k.rw || k.dh < k.rh) { ## if (k.dw < k.rw) {
@@ -77,7 +83,7 @@ zoca-resize-cubic ## zoca-resize ## zoca/src/geometry.cpp ## params.filter_param
 zoca-resize-chroma-span ## zoca-resize ## zoca/src/geometry.cpp ## const double rw = static_cast<double>(dcw) * src.w / dst.w; ## const double rw = static_cast<double>(cw);
 zoca-crop-odd ## zoca-crop ## zoca/src/geometry.cpp ## if (x % 2 == 0 && y % 2 == 0) { ## if (x % 2 == 0) {
 zoca-crop-chroma-x ## zoca-crop ## zoca/src/geometry.cpp ## x / 2.0, y / 2.0, dcw, dch, ## x / 2, y / 2.0, dcw, dch,
-zoca-rot3-ccw ## zoca-rotate ## zoca/src/geometry.cpp ## const int sx = clockwise ? dy : w - 1 - dy; ## const int sx = dy;
+zoca-rot3-ccw ## zoca-rotate ## zoca/src/geometry.cpp ## const int sy = clockwise ? h - 1 - dx : dx; ## const int sy = h - 1 - dx;
 zoca-rot180-nv-chroma ## zoca-rotate ## zoca/src/geometry.cpp ## dst.p[1], dst.s[1], cw, -ch); ## dst.p[1], dst.s[1], cw, ch);
 zoca-rot-nv-swap ## zoca-rotate ## zoca/src/geometry.cpp ## libyuv::MergeUVPlane(a, tstride, b, tstride, ## libyuv::MergeUVPlane(b, tstride, a, tstride,
 zoca-709full-range ## zoca-convert ## zoca/src/convert.cpp ## return {0.2126, 0.0722, true}; ## return {0.2126, 0.0722, false};
@@ -86,7 +92,7 @@ zoca-dec-green ## zoca-convert ## zoca/src/convert.cpp ## k.gu = q(255.0 * 2 * m
 zoca-enc-cr ## zoca-convert ## zoca/src/convert.cpp ## k.v[2] = q(-m.kb * sv); ## k.v[2] = q(-m.kr * sv);
 zoca-same-matrix ## zoca-convert ## zoca/src/convert.cpp ## return ma.kr == mb.kr && ma.full == mb.full; ## return ma.kr == mb.kr;
 zoca-p3-primaries ## zoca-gamut ## zoca/src/colour.cpp ## {{0.680, 0.320}, {0.265, 0.690}, {0.150, 0.060}}; ## {{0.640, 0.330}, {0.265, 0.690}, {0.150, 0.060}};
-zoca-p3-transfer ## zoca-gamut ## zoca/src/colour.cpp ## return cs == ZOCA_CS_DISPLAY_P3 ? Transfer::SRGB : Transfer::BT1886; ## return Transfer::BT1886;
+zoca-p3-transfer ## zoca-gamut ## zoca/src/colour.cpp ## return cs == ZOCA_CS_DISPLAY_P3 ? Transfer::SRGB : Transfer::BT1886; ## return cs == ZOCA_CS_DISPLAY_P3 ? Transfer::BT1886 : Transfer::BT1886;
 zoca-same-gamut ## zoca-gamut ## zoca/src/colour.cpp ## return PrimariesOf(cs_a) == PrimariesOf(cs_b) && TransferOf(cs_a) == TransferOf(cs_b); ## return PrimariesOf(cs_a) == PrimariesOf(cs_b);
 zoca-hlg-gamma ## zoca-tonemap ## zoca/src/colour.cpp ## constexpr double kHlgGamma = 1.2; ## constexpr double kHlgGamma = 1.0;
 zoca-pq-reference-white ## zoca-tonemap ## zoca/src/colour.cpp ## return {false, 1000.0, 203.0}; ## return {false, 1000.0, 100.0};
@@ -95,8 +101,8 @@ png-palette ## files ## tools/vexa/io/PngFile.cpp ## if (colorType == PNG_COLOR_
 png-16-bit ## files ## tools/vexa/io/PngFile.cpp ## if (bitDepth == 16) png_set_strip_16(r.png); ## (void)0;
 png-trns-alpha ## files ## tools/vexa/io/PngFile.cpp ## (colorType & PNG_COLOR_MASK_ALPHA) || png_get_valid(r.png, r.info, PNG_INFO_tRNS); ## (colorType & PNG_COLOR_MASK_ALPHA);
 png-truncated-end ## files ## tools/vexa/io/PngFile.cpp ## png_read_end(r.png, nullptr); ## (void)0;
-jpeg-quality ## files ## tools/vexa/io/JpegFile.cpp ## jpeg_set_quality(&w.cinfo, quality, TRUE); ## jpeg_set_quality(&w.cinfo, 75, TRUE);
-raw-odd-size ## files ## tools/vexa/io/ImageFile.cpp ## return w * h + 2 * chromaW * chromaH; ## return w * h * 3 / 2;
+jpeg-quality ## files ## tools/vexa/io/JpegFile.cpp ## jpeg_set_quality(&w.cinfo, quality, TRUE); ## jpeg_set_quality(&w.cinfo, quality / 2 + 50, TRUE);
+raw-odd-size ## files ## tools/vexa/io/ImageFile.cpp ## return w * h + 2 * chromaW * chromaH; ## return w * h + 2 * (chromaW - w % 2) * (chromaH - h % 2);
 raw-height-limit ## files ## tools/vexa/io/ImageFile.cpp ## if (width > kMaxSide || height > kMaxSide) { ## if (width > kMaxSide) {
 raw-nv21-type ## files ## tools/vexa/io/ImageFile.cpp ## {".nv21", Kind::Raw, kNv21}, ## {".nv21", Kind::Raw, kNv12},
 y4m-frame-marker ## files ## tools/vexa/io/FrameStream.cpp ## if (line.compare(0, 5, "FRAME") != 0 || (line.size() > 5 && line[5] != ' ')) { ## if (line.compare(0, 5, "FRAME") != 0) {
@@ -157,6 +163,11 @@ mkdir -p "$TREE"
 find "$TREE" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
 git -C "$ROOT" ls-files -z --cached --others --exclude-standard |
   (cd "$ROOT" && xargs -0 cp --parents -t "$TREE")
+if [ -n "${TESTS_FROM:-}" ]; then
+  echo "tests from $TESTS_FROM"
+  rm -rf "$TREE/tests"
+  git -C "$ROOT" archive "$TESTS_FROM" tests | tar -x -C "$TREE"
+fi
 export CMAKE_CXX_COMPILER_LAUNCHER=ccache CMAKE_C_COMPILER_LAUNCHER=ccache
 (cd "$TREE" && cmake --preset default -DMIVO_BUILD_BENCHMARKS=OFF >/dev/null)
 echo "building the unchanged copy"
@@ -175,7 +186,7 @@ trap restore EXIT
 trap 'exit 130' INT TERM
 
 stamp=$(date '+%F %T')
-echo "== $stamp $(git -C "$ROOT" rev-parse --short HEAD)" >>"$RESULTS"
+echo "== $stamp $(git -C "$ROOT" rev-parse --short HEAD) tests ${TESTS_FROM:-of the working tree}" >>"$RESULTS"
 caught=0
 missed=0
 other=0
