@@ -104,6 +104,10 @@ TEST(Format, SetShapeStoresAPrivateMutableCopy) {
     EXPECT_EQ(format->getRows(), 3);
     EXPECT_EQ(format->getCols(), 4);
     EXPECT_EQ(format->getChannels(), 2);
+    // A new colour format brings its layout along.
+    format->setColorFormat(COLOR_FORMAT_NV12);
+    EXPECT_EQ(format->getChannels(), 1);
+    EXPECT_EQ(format->getBytesPerPixel(), 1.5f);
 }
 
 TEST(Buffer, UsageIsTheFirstOrThirdAlternativeUnderKeyOne) {
@@ -235,11 +239,12 @@ TEST(Text, FormatAndJoin) {
 }
 
 TEST(Text, GenericBufferDescription) {
-    auto format = imageFormat(COLOR_FORMAT_NV12, 4, 2);
+    auto format = imageFormat(COLOR_FORMAT_NV12, 4, 2, {{"b", true}, {"a", 2.5f}}, 3);
     auto buffer = CpuMediaBuffer::wrap(format, nullptr);
-    const auto [form, type] = buffer->getTypeString();
     const std::string head =
-        "{\n\tform=" + form + ", type=" + type + "\n\tformat=" + format->toString() + "\n\textra=";
+        "{\n\tform=single, type=generic\n\tformat={kind=image, type=0, "
+        "shape=[2, 4, 1], color=nv12(3), space=3, rotation=0, bpp=1.5, "
+        "extras={a=2.5, b=true}}\n\textra=";
     EXPECT_EQ(buffer->toString(), head + "{}\n\tdata=" + pointerText(nullptr) + "\n}");
 
     unsigned char pixels[12] = {};
@@ -248,6 +253,8 @@ TEST(Text, GenericBufferDescription) {
     const std::string text = withData->toString();
     const std::string tail = "\n\tdata=" + pointerText(pixels) + "\n}";
     EXPECT_TRUE(text == head + "{ a b}" + tail || text == head + "{ b a}" + tail) << text;
+    EXPECT_EQ(PointerBuffer(format, {}, MEDIA_BUFFER_TYPE_ZOCA_IMGB).getTypeString(),
+              std::make_pair(std::string("single"), std::string("zoca-imgb")));
 }
 
 // Records what the slot was given.
@@ -341,6 +348,7 @@ TEST(OutputSlot, OnlyASlotIsMutableAndPresentsTheBufferPutIntoIt) {
     EXPECT_TRUE(slot->isMutable());
     EXPECT_FALSE(slot->isEmpty());
     EXPECT_EQ(slot->getDataPtr(), data);
+    EXPECT_EQ(slot->asList(), std::vector<std::shared_ptr<MediaBuffer>>{holder.get()});
     EXPECT_EQ(slot->getSize(), 128);
 }
 
@@ -348,6 +356,10 @@ TEST(Memory, AllocatedBuffersAreAlignedZeroedAndOwned) {
     for (int colorFormat : {COLOR_FORMAT_NV12, COLOR_FORMAT_YUV420, COLOR_FORMAT_RGB}) {
         SCOPED_TRACE(colorFormat);
         auto format = imageFormat(colorFormat, 33, 17, {{"stride", 35}});
+        {  // leaves dirty memory behind for the next allocation to reuse
+            auto dirty = CpuMediaBuffer::allocateFor(format);
+            std::memset(dirty->data(), 0xFF, dirty->getSize());
+        }
         auto buffer = CpuMediaBuffer::allocateFor(format);
         EXPECT_TRUE(buffer->isOwned());
         EXPECT_EQ(buffer->getType(), MEDIA_BUFFER_TYPE_GENERIC);
