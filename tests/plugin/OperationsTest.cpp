@@ -209,35 +209,51 @@ TEST_F(OperationTest, RotatingOperationsSwapFor90And270WithoutRounding) {
 
 // ---------------------------------------------------------------- csc
 
-TEST_F(OperationTest, CscTargetPrecedence) {
+// The target is the option's, else the wish's "preferred-color", else the wish's own format.
+// Two-plane YUV to and from rgba runs in full-range BT.601 whatever the records say;
+// "dithering" picks the dither function; one colour format on both sides is a copy.
+TEST_F(OperationTest, CscTargetFunctionAndColorSpace) {
     struct Case {
         const char* what;
+        int from, to;
         std::shared_ptr<ImgpOption> option;
-        std::optional<int> preferred;
+        int preferred;  // 0: none
+        bool dither;
         int expected;
+        const char* function;
+        bool override;
     };
+    constexpr int kNv12 = COLOR_FORMAT_NV12, kNv21 = COLOR_FORMAT_NV21, kRgba = COLOR_FORMAT_RGBA,
+                  kArgb = COLOR_FORMAT_ARGB, kBgr = COLOR_FORMAT_BGR, kBgra = COLOR_FORMAT_BGRA;
     // clang-format off
     const Case cases[] = {
-        {"option int over extra", optionWith(12, int32_t{9}), COLOR_FORMAT_BGR, COLOR_FORMAT_RGBA},
-        {"option ColorFormat", optionWith(12, COLOR_FORMAT_BGRA), COLOR_FORMAT_BGR, COLOR_FORMAT_BGRA},
-        {"extra over output", nullptr, COLOR_FORMAT_BGR, COLOR_FORMAT_BGR},
-        {"empty option", std::make_shared<ImgpOption>(), COLOR_FORMAT_BGR, COLOR_FORMAT_BGR},
-        {"other ids only", optionWith(8, int32_t{9}), COLOR_FORMAT_BGR, COLOR_FORMAT_BGR},
-        {"output's own", nullptr, std::nullopt, COLOR_FORMAT_ARGB},
-    };
+        {"option int over extra", kNv12, kArgb, optionWith(12, int32_t{9}), kBgr, false, kRgba, "vexa_csc", true},
+        {"option ColorFormat", kNv12, kArgb, optionWith(12, kBgra), kBgr, false, kBgra, "vexa_csc", false},
+        {"extra over output", kNv12, kArgb, nullptr, kBgr, false, kBgr, "vexa_csc", false},
+        {"empty option", kNv12, kArgb, std::make_shared<ImgpOption>(), kBgr, false, kBgr, "vexa_csc", false},
+        {"other ids only", kNv12, kArgb, optionWith(8, int32_t{9}), kBgr, false, kBgr, "vexa_csc", false},
+        {"nv12 to argb", kNv12, kArgb, nullptr, 0, false, kArgb, "vexa_csc", false},
+        {"nv12 to rgba", kNv12, kRgba, nullptr, 0, false, kRgba, "vexa_csc", true},
+        {"nv21 to rgba", kNv21, kRgba, nullptr, 0, false, kRgba, "vexa_csc", true},
+        {"rgba to nv12", kRgba, kNv12, nullptr, 0, false, kNv12, "vexa_csc", true},
+        {"rgba to nv21", kRgba, kNv21, nullptr, 0, false, kNv21, "vexa_csc", true},
+        {"nv12 to bgra", kNv12, kBgra, nullptr, 0, false, kBgra, "vexa_csc", false},
+        {"yuv420 to rgba", COLOR_FORMAT_YUV420, kRgba, nullptr, 0, false, kRgba, "vexa_csc", false},
+        {"rgb to nv12", COLOR_FORMAT_RGB, kNv12, nullptr, 0, false, kNv12, "vexa_csc", false},
+        {"dithered", kNv12, kRgba, nullptr, 0, true, kRgba, "vexa_csc_dither", true},
+        {"same format", kNv12, kNv12, nullptr, 0, true, kNv12, "vexa_rsz", false}};
     // clang-format on
-    const Buffer in = picture(imageFormat(COLOR_FORMAT_NV12, 64, 48));
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        const Buffer out = emptySlot(imageFormat(
-            COLOR_FORMAT_ARGB, 8, 8, 0,
-            c.preferred ? withExtra(extra::kPreferredColor, *c.preferred) : FormatEdit()));
-        // nv12 to rgba also sets colour space 1 on both records.
-        const std::optional<int> space =
-            c.expected == COLOR_FORMAT_RGBA ? std::optional<int>(ZOCA_CS_BT601_FULL) : std::nullopt;
-        const ZocaCall call = runPlain(&Plugin::csc, *in, *out, "vexa_csc", c.option, space);
-        EXPECT_TRUE(hasShape(held(out), 64, 48, c.expected));
-        EXPECT_EQ(call.dst.colorFormat, ext::detail::toImgbColorFormat(c.expected));
+        const Buffer in = picture(imageFormat(c.from, 32, 16, 3));
+        const Buffer out = emptySlot(imageFormat(c.to, 8, 8, 5, [&c](MutableMediaFormat& f) {
+            f.setExtra(extra::kDithering, c.dither);
+            if (c.preferred) f.setExtra(extra::kPreferredColor, c.preferred);
+        }));
+        // The output copies the input's size and colour space.
+        runPlain(&Plugin::csc, *in, *out, c.function, c.option,
+                 c.override ? ZOCA_CS_BT601_FULL : ZOCA_CS_BT2020);
+        EXPECT_TRUE(hasShape(held(out), 32, 16, c.expected));
     }
 }
 
@@ -285,39 +301,6 @@ TEST_F(OperationTest, CscTrimsOddSizesFor420TargetsWithAWarning) {
         }
         EXPECT_TRUE(sameBytes(call.src, src));
         EXPECT_TRUE(sameBytes(call.dst, dst));
-    }
-}
-
-// Two-plane YUV to and from rgba runs in full-range BT.601 whatever the records say;
-// "dithering" picks the dither function; one colour format on both sides is a copy.
-TEST_F(OperationTest, CscFunctionAndColorSpaceOverride) {
-    struct Case {
-        int from, to;
-        bool dither;
-        const char* function;
-        bool override;
-    };
-    // clang-format off
-    const Case cases[] = {
-        {COLOR_FORMAT_NV12, COLOR_FORMAT_RGBA, false, "vexa_csc", true},
-        {COLOR_FORMAT_NV21, COLOR_FORMAT_RGBA, false, "vexa_csc", true},
-        {COLOR_FORMAT_RGBA, COLOR_FORMAT_NV12, false, "vexa_csc", true},
-        {COLOR_FORMAT_RGBA, COLOR_FORMAT_NV21, false, "vexa_csc", true},
-        {COLOR_FORMAT_NV12, COLOR_FORMAT_BGRA, false, "vexa_csc", false},
-        {COLOR_FORMAT_YUV420, COLOR_FORMAT_RGBA, false, "vexa_csc", false},
-        {COLOR_FORMAT_NV12, COLOR_FORMAT_ARGB, false, "vexa_csc", false},
-        {COLOR_FORMAT_RGB, COLOR_FORMAT_NV12, false, "vexa_csc", false},
-        {COLOR_FORMAT_NV12, COLOR_FORMAT_RGBA, true, "vexa_csc_dither", true},
-        {COLOR_FORMAT_NV12, COLOR_FORMAT_NV12, true, "vexa_rsz", false}};
-    // clang-format on
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::to_string(c.from) + " -> " + std::to_string(c.to));
-        const Buffer in = picture(imageFormat(c.from, 32, 16, 3));
-        const Buffer out =
-            emptySlot(imageFormat(c.to, 32, 16, 5, withExtra(extra::kDithering, c.dither)));
-        // The output copies the input's colour space.
-        runPlain(&Plugin::csc, *in, *out, c.function, nullptr,
-                 c.override ? ZOCA_CS_BT601_FULL : ZOCA_CS_BT2020);
     }
 }
 
