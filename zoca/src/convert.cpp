@@ -64,7 +64,7 @@ EncCoef MakeEncCoef(int cs) {
     const double yr = m.full ? 255.0 : 219.0;
     const double cr = m.full ? 255.0 : 224.0;
     const double kg = 1.0 - m.kr - m.kb;
-    auto q = [](double v) { return static_cast<int32_t>(std::lround(v * 32768.0)); };
+    auto q = [](double v) { return static_cast<int32_t>(std::lround(v * 16384.0)); };
     EncCoef k;
     k.y[0] = q(m.kr * yr / 255.0);
     k.y[1] = q(kg * yr / 255.0);
@@ -214,9 +214,9 @@ ZOCA_HOT void DecodePairs(const uint8_t* __restrict y, const int32_t* __restrict
 ZOCA_HOT void EncodeLumaRow(const uint8_t* __restrict R, const uint8_t* __restrict G,
                             const uint8_t* __restrict B, const int32_t* __restrict bias,
                             uint8_t* __restrict y, int w, const EncCoef& k) {
-    const int32_t off = k.yoff << 15, yr = k.y[0], yg = k.y[1], yb = k.y[2];
+    const int32_t off = k.yoff << kLumaBits, yr = k.y[0], yg = k.y[1], yb = k.y[2];
     for (int x = 0; x < w; ++x)
-        y[x] = Clamp8((off + yr * R[x] + yg * G[x] + yb * B[x] + bias[x]) >> 15);
+        y[x] = Clamp8((off + yr * R[x] + yg * G[x] + yb * B[x] + bias[x]) >> kLumaBits);
 }
 
 ZOCA_HOT void EncodeChromaPairs(const uint8_t* __restrict R0, const uint8_t* __restrict G0,
@@ -224,15 +224,15 @@ ZOCA_HOT void EncodeChromaPairs(const uint8_t* __restrict R0, const uint8_t* __r
                                 const uint8_t* __restrict G1, const uint8_t* __restrict B1,
                                 const int32_t* __restrict cbias, uint8_t* __restrict u,
                                 uint8_t* __restrict v, int half, const EncCoef& k) {
-    const int32_t off = 128 << 17;
+    const int32_t off = 128 << kChromaBits;
     const int32_t ur = k.u[0], ug = k.u[1], ub = k.u[2], vr = k.v[0], vg = k.v[1], vb = k.v[2];
     for (int c = 0; c < half; ++c) {
         const int x = 2 * c;
         const int32_t sr = R0[x] + R0[x + 1] + R1[x] + R1[x + 1];
         const int32_t sg = G0[x] + G0[x + 1] + G1[x] + G1[x + 1];
         const int32_t sb = B0[x] + B0[x + 1] + B1[x] + B1[x + 1];
-        u[c] = Clamp8((off + ur * sr + ug * sg + ub * sb + cbias[c]) >> 17);
-        v[c] = Clamp8((off + vr * sr + vg * sg + vb * sb + cbias[c]) >> 17);
+        u[c] = Clamp8((off + ur * sr + ug * sg + ub * sb + cbias[c]) >> kChromaBits);
+        v[c] = Clamp8((off + vr * sr + vg * sg + vb * sb + cbias[c]) >> kChromaBits);
     }
 }
 

@@ -237,7 +237,8 @@ bool avx512::Available() {
 #if ZOCA_AVX512_BUILD
     static const bool yes =
         __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi");
+        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
+        __builtin_cpu_supports("avx512vnni");
     return yes;
 #else
     return false;

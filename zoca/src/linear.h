@@ -1,6 +1,7 @@
 // Linear-light row kernels behind gamut conversion and tone mapping. Each one works in
 // place on one row of planar 8-bit R, G, B. The plain build runs anywhere; the AVX-512
-// build (VBMI byte permutes for the tables, no gathers) is picked when the CPU has it.
+// build (VBMI byte permutes for the tables, no gathers) is picked when the CPU has it
+// (and VNNI, which the YUV encoder uses).
 // The two agree to within one code and almost always exactly.
 #ifndef ZOCA_SRC_LINEAR_H
 #define ZOCA_SRC_LINEAR_H
