@@ -162,6 +162,15 @@ class GamutStage : public PixelStage {
     GamutStage(int from_cs, int to_cs, Kernel k) : p_(GamutParamsOf(from_cs, to_cs)), k_(k) {}
 
     void Run(uint8_t* r, uint8_t* g, uint8_t* b, int w) override { GamutRow(k_, p_, r, g, b, w); }
+#if ZOCA_AVX512_BUILD
+    bool RunsPacked() const override {
+        return k_ == Kernel::Avx512 && Supported(k_);
+    }
+    void RunPacked(const uint8_t* src, PackedOrder so, uint8_t* dst, PackedOrder dor,
+                   int w) override {
+        avx512::GamutPacked(p_, src, so, dst, dor, w);
+    }
+#endif
 
   private:
     const GamutParams p_;
@@ -333,6 +342,15 @@ class ToneStage : public PixelStage {
     ToneStage(int mode, Kernel k) : p_(ToneParamsOf(mode)), k_(k) {}
 
     void Run(uint8_t* r, uint8_t* g, uint8_t* b, int w) override { ToneRow(k_, p_, r, g, b, w); }
+#if ZOCA_AVX512_BUILD
+    bool RunsPacked() const override {
+        return k_ == Kernel::Avx512 && Supported(k_);
+    }
+    void RunPacked(const uint8_t* src, PackedOrder so, uint8_t* dst, PackedOrder dor,
+                   int w) override {
+        avx512::TonePacked(p_, src, so, dst, dor, w);
+    }
+#endif
 
   private:
     const ToneParams p_;

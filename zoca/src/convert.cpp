@@ -614,6 +614,16 @@ int Convert(const Img& src, const Img& dst, bool dither, Kernel k) {
 }
 
 int ConvertThrough(const Img& src, const Img& dst, PixelStage* stage, bool dither, Kernel k) {
+    const bool quads = !IsYuv(src.fmt) && !IsYuv(dst.fmt) && OrderOf(src.fmt).bpp == 4 &&
+                       OrderOf(dst.fmt).bpp == 4;
+    if (quads && stage != nullptr && stage->RunsPacked()) {
+        for (int row = 0; row < src.h; ++row) {
+            stage->RunPacked(src.p[0] + static_cast<ptrdiff_t>(row) * src.s[0], OrderOf(src.fmt),
+                             dst.p[0] + static_cast<ptrdiff_t>(row) * dst.s[0], OrderOf(dst.fmt),
+                             src.w);
+        }
+        return ZOCA_OK;
+    }
     return Planar(src, dst, stage, dither, k);
 }
 

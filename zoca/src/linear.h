@@ -8,6 +8,8 @@
 
 #include <cstdint>
 
+#include "image.h"
+
 namespace zoca {
 
 // Linear light in [0, 1] -> table index through the float's own bits: 512 steps per
@@ -114,6 +116,12 @@ namespace avx512 {
 bool Available();
 void GamutRow(const GamutParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w);
 void ToneRow(const ToneParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w);
+// The same on a row of packed 4-byte pixels (src and dst in their own byte orders,
+// alpha passed through), with no planar rows between.
+void GamutPacked(const GamutParams& p, const uint8_t* src, PackedOrder so, uint8_t* dst,
+                 PackedOrder dor, int w);
+void TonePacked(const ToneParams& p, const uint8_t* src, PackedOrder so, uint8_t* dst,
+                PackedOrder dor, int w);
 }  // namespace avx512
 
 }  // namespace zoca
