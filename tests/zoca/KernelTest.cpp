@@ -266,4 +266,49 @@ TEST_F(VectorBuild, PartialStepsAtEveryWidth) {
     }
 }
 
+// Packed 4-byte rows, read and written without planar rows: the plain build's colours in
+// the destination's byte order, the source's alpha, nothing written past the row.
+TEST_F(VectorBuild, PackedRowsMatchThePlainBuild) {
+    const zoca::GamutParams gp = zoca::GamutParamsOf(ZOCA_CS_BT2020, ZOCA_CS_BT709);
+    const zoca::ToneParams tp = zoca::ToneParamsOf(ZOCA_HDR_DEFAULT);
+    const zoca::PackedOrder rgba{4, 0, 1, 2, 3}, argb{4, 1, 2, 3, 0}, bgra{4, 2, 1, 0, 3};
+    for (int w : {1, 17, 63, 64, 65, 130}) {
+        for (bool tone : {false, true}) {
+            for (auto orders : {std::make_pair(rgba, rgba), std::make_pair(bgra, argb)}) {
+                SCOPED_TRACE(std::to_string(w) + (tone ? " tone " : " gamut ") +
+                             std::to_string(orders.first.r * 10 + orders.second.r));
+                Rows plain(w, 11u * w);
+                const zoca::PackedOrder so = orders.first, dor = orders.second;
+                std::vector<uint8_t> in(4 * w), out(4 * w + 64, 0x5a);
+                for (int x = 0; x < w; ++x) {
+                    in[4 * x + so.r] = plain.r()[x];
+                    in[4 * x + so.g] = plain.g()[x];
+                    in[4 * x + so.b] = plain.b()[x];
+                    in[4 * x + so.a] = static_cast<uint8_t>(x * 37);
+                }
+                if (tone) {
+                    zoca::ToneRow(Kernel::Plain, tp, plain.r(), plain.g(), plain.b(), w);
+                    zoca::avx512::TonePacked(tp, in.data(), so, out.data(), dor, w);
+                } else {
+                    zoca::GamutRow(Kernel::Plain, gp, plain.r(), plain.g(), plain.b(), w);
+                    zoca::avx512::GamutPacked(gp, in.data(), so, out.data(), dor, w);
+                }
+                int differ = 0;
+                for (int x = 0; x < w; ++x) {
+                    const uint8_t* px = &out[4 * x];
+                    for (auto [got, want] : {std::make_pair(px[dor.r], plain.r()[x]),
+                                             std::make_pair(px[dor.g], plain.g()[x]),
+                                             std::make_pair(px[dor.b], plain.b()[x])}) {
+                        ASSERT_LE(std::abs(got - want), 1) << x;
+                        differ += got != want;
+                    }
+                    ASSERT_EQ(px[dor.a], static_cast<uint8_t>(x * 37)) << x;
+                }
+                EXPECT_LE(differ, w / 10 + 1);
+                for (size_t i = 4 * w; i < out.size(); ++i) ASSERT_EQ(out[i], 0x5a) << i;
+            }
+        }
+    }
+}
+
 }  // namespace
