@@ -199,8 +199,8 @@ struct Rows {
 };
 
 // Both builds on copies of the same rows: at most one code apart, and equal but for a
-// few values that the plain build's encode table (1/512-octave steps) rounds the other
-// way.
+// few values next to a rounding boundary (the builds order their float operations
+// differently).
 template <typename Run>
 void ExpectAgreement(int w, Run run) {
     Rows plain(w, 7u + static_cast<uint32_t>(w));
