@@ -25,6 +25,9 @@ namespace zoca {
 namespace avx512 {
 namespace {
 
+// How far ahead of its reads the encoder asks for memory, in bytes.
+constexpr int kAhead = 4096;
+
 inline __mmask32 Mask32(int n) {
     return n >= 32 ? ~0u : (1u << n) - 1;
 }
@@ -229,9 +232,6 @@ __m512i ChromaPick(Layout l) {
     }
     return _mm512_load_si512(idx);
 }
-
-// Prefetch distance in bytes of packed input.
-constexpr int kAhead = 4096;
 
 }  // namespace
 
