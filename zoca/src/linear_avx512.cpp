@@ -71,9 +71,9 @@ struct Power {
     // mantissa in [1, 2) from the rest.
     __m512 At(__m512 x) const {
         const __m512i bits = _mm512_castps_si512(x);
-        const __m512i i =
-            _mm512_sub_epi32(_mm512_srli_epi32(bits, 23), _mm512_set1_epi32(127 - 31));
-        const __m512 oct = _mm512_permutex2var_ps(o0, i, o1);
+        // The permute reads the low 5 bits of the biased exponent: 96..127 (2^-31..1)
+        // are already 0..31 there.
+        const __m512 oct = _mm512_permutex2var_ps(o0, _mm512_srli_epi32(bits, 23), o1);
         const __m512 m = _mm512_castsi512_ps(_mm512_ternarylogic_epi32(
             bits, _mm512_set1_epi32(0x007fffff), _mm512_set1_epi32(0x3f800000), 0xea));
         const __m512 t = _mm512_sub_ps(m, _mm512_set1_ps(1.5f));
