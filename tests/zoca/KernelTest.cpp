@@ -221,7 +221,8 @@ void ExpectAgreement(int w, Run run) {
 class VectorBuild : public ::testing::Test {
   protected:
     void SetUp() override {
-        if (!zoca::Supported(Kernel::Avx512)) GTEST_SKIP() << "no AVX-512 VBMI on this CPU";
+        if (!zoca::Supported(Kernel::Avx512))
+            GTEST_SKIP() << "no AVX-512 VBMI and VNNI on this CPU";
     }
 };
 
