@@ -177,7 +177,7 @@ TEST(HlgCurve, FollowsTheBt2390Eetf) {
 }
 
 // Rows of random codes (most colours of a wide gamut fall outside a narrow one), plus
-// greys and smooth ramps, at a width whose last step is partial.
+// greys and a smooth ramp, with guard bytes after each row.
 struct Rows {
     static constexpr int kGuard = 64;
     int w;
@@ -185,13 +185,11 @@ struct Rows {
 
     explicit Rows(int width, uint32_t seed) : w(width), mem(3 * (width + kGuard)) {
         for (auto& v : mem) v = static_cast<uint8_t>((seed = seed * 1664525u + 1013904223u) >> 24);
-        for (int x = 0; x < w && x < 256; ++x) {
-            r()[x] = g()[x] = b()[x] = static_cast<uint8_t>(x);  // greys
-        }
-        for (int x = 256; x < w && x < 512; ++x) {  // a ramp of one hue
-            r()[x] = static_cast<uint8_t>(x - 256);
-            g()[x] = static_cast<uint8_t>((x - 256) / 2);
-            b()[x] = static_cast<uint8_t>((x - 256) / 4);
+        for (int x = 0; x < w && x < 512; ++x) {  // greys, then a ramp of one hue
+            const int v = x & 255, ramp = x >> 8;
+            r()[x] = static_cast<uint8_t>(v);
+            g()[x] = static_cast<uint8_t>(v >> ramp);
+            b()[x] = static_cast<uint8_t>(v >> (2 * ramp));
         }
     }
     uint8_t* r() { return mem.data(); }
