@@ -171,9 +171,11 @@ ZOCA_INLINE float PowerAt(const Power& pw, float x) {
 }
 
 // Linear light -> codes of the destination's curve.
+// The codes go through a word row first: a loop that narrows floats to bytes as it goes
+// is kept to half-width vectors by the compiler.
 template <bool kSrgb>
-ZOCA_INLINE void EncodeLoop(const Power& pw, const float* __restrict v, uint8_t* __restrict out,
-                            int n) {
+ZOCA_INLINE void EncodeLoop(const Power& pw, const float* __restrict v, int32_t* __restrict words,
+                            uint8_t* __restrict out, int n) {
     constexpr float kToe = 0.0031308f;
     for (int x = 0; x < n; ++x) {
         const float l = Min(Max(v[x], 0.0f), 1.0f);
@@ -182,16 +184,17 @@ ZOCA_INLINE void EncodeLoop(const Power& pw, const float* __restrict v, uint8_t*
             const float toe = l * (255.0f * 12.92f);
             c = l <= kToe ? toe : c - 255.0f * 0.055f;
         }
-        out[x] = static_cast<uint8_t>(static_cast<int32_t>(c + 0.5f));
+        words[x] = static_cast<int32_t>(c + 0.5f);
     }
+    for (int x = 0; x < n; ++x) out[x] = static_cast<uint8_t>(words[x]);
 }
 
 ZOCA_CLONES void EncodeCodes(const Power& pw, bool srgb, const float* __restrict v,
-                             uint8_t* __restrict out, int n) {
+                             int32_t* __restrict words, uint8_t* __restrict out, int n) {
     if (srgb) {
-        EncodeLoop<true>(pw, v, out, n);
+        EncodeLoop<true>(pw, v, words, out, n);
     } else {
-        EncodeLoop<false>(pw, v, out, n);
+        EncodeLoop<false>(pw, v, words, out, n);
     }
 }
 
@@ -199,6 +202,7 @@ struct Chunk {
     alignas(64) float r[kChunk];
     alignas(64) float g[kChunk];
     alignas(64) float b[kChunk];
+    alignas(64) int32_t words[kChunk];
 
     void MapAndEncode(const GamutParams& p, const Power& pw, uint8_t* r8, uint8_t* g8, uint8_t* b8,
                       int n) {
@@ -207,9 +211,9 @@ struct Chunk {
         } else {
             MatrixChunk(p, r, g, b, n);
         }
-        EncodeCodes(pw, p.enc.srgb, r, r8, n);
-        EncodeCodes(pw, p.enc.srgb, g, g8, n);
-        EncodeCodes(pw, p.enc.srgb, b, b8, n);
+        EncodeCodes(pw, p.enc.srgb, r, words, r8, n);
+        EncodeCodes(pw, p.enc.srgb, g, words, g8, n);
+        EncodeCodes(pw, p.enc.srgb, b, words, b8, n);
     }
 };
 
