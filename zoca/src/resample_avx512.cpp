@@ -7,6 +7,8 @@
 
 #include <immintrin.h>
 
+#include <vector>
+
 #if defined(__clang__)
 #pragma clang attribute push(__attribute__((target("avx512f,avx512bw,avx512vl,avx512vnni"))), \
                              apply_to = function)
@@ -46,28 +48,62 @@ bool Available() {
     return ok;
 }
 
-void VRow(const VRowJob& j) {
+namespace {
+
+// U chunks of 32 words: independent sums keep the multiply-adds' latency hidden.
+template <int U, bool kIn16, bool kOut16>
+void VChunks(const VRowJob& j, const int32_t* pairs, int i, __mmask32 last) {
     const __m512i round = _mm512_set1_epi32(1 << (j.shift - 1));
     const __m128i shift = _mm_cvtsi32_si128(j.shift);
-    for (int i = 0; i < j.words; i += 32) {
-        const __mmask32 m = Mask32(j.words - i);
-        __m512i lo = round, hi = round;
-        for (int k = 0; k < j.taps; k += 2) {
-            const __m512i a = Load32(j.rows[k], i, j.in16, m);
-            const __m512i b = Load32(j.rows[k + 1], i, j.in16, m);
-            const __m512i c = _mm512_set1_epi32(Pair(j.coef + k));
-            lo = _mm512_dpwssd_epi32(lo, _mm512_unpacklo_epi16(a, b), c);
-            hi = _mm512_dpwssd_epi32(hi, _mm512_unpackhi_epi16(a, b), c);
+    __m512i lo[U], hi[U];
+    for (int u = 0; u < U; ++u) lo[u] = hi[u] = round;
+    for (int k = 0; k < j.taps; k += 2) {
+        const __m512i c = _mm512_set1_epi32(pairs[k / 2]);
+        for (int u = 0; u < U; ++u) {
+            const __mmask32 m = u + 1 == U ? last : ~__mmask32{0};
+            const __m512i a = Load32(j.rows[k], i + 32 * u, kIn16, m);
+            const __m512i b = Load32(j.rows[k + 1], i + 32 * u, kIn16, m);
+            lo[u] = _mm512_dpwssd_epi32(lo[u], _mm512_unpacklo_epi16(a, b), c);
+            hi[u] = _mm512_dpwssd_epi32(hi[u], _mm512_unpackhi_epi16(a, b), c);
         }
+    }
+    for (int u = 0; u < U; ++u) {
+        const __mmask32 m = u + 1 == U ? last : ~__mmask32{0};
         // The in-lane pack undoes the in-lane unpack: words come out in row order.
         const __m512i w =
-            _mm512_packs_epi32(_mm512_sra_epi32(lo, shift), _mm512_sra_epi32(hi, shift));
-        if (j.out16) {
-            _mm512_mask_storeu_epi16(static_cast<int16_t*>(j.out) + i, m, w);
+            _mm512_packs_epi32(_mm512_sra_epi32(lo[u], shift), _mm512_sra_epi32(hi[u], shift));
+        if (kOut16) {
+            _mm512_mask_storeu_epi16(static_cast<int16_t*>(j.out) + i + 32 * u, m, w);
         } else {
             const __m256i b = _mm512_cvtusepi16_epi8(_mm512_max_epi16(w, _mm512_setzero_si512()));
-            _mm256_mask_storeu_epi8(static_cast<uint8_t*>(j.out) + i, m, b);
+            _mm256_mask_storeu_epi8(static_cast<uint8_t*>(j.out) + i + 32 * u, m, b);
         }
+    }
+}
+
+template <bool kIn16, bool kOut16>
+void VRowOf(const VRowJob& j) {
+    constexpr int kHeld = 64;
+    int32_t held[kHeld];
+    std::vector<int32_t> many;
+    int32_t* pairs = held;
+    if (j.taps / 2 > kHeld) {
+        many.resize(j.taps / 2);
+        pairs = many.data();
+    }
+    for (int k = 0; k < j.taps; k += 2) pairs[k / 2] = Pair(j.coef + k);
+    int i = 0;
+    for (; i + 128 <= j.words; i += 128) VChunks<4, kIn16, kOut16>(j, pairs, i, ~__mmask32{0});
+    for (; i < j.words; i += 32) VChunks<1, kIn16, kOut16>(j, pairs, i, Mask32(j.words - i));
+}
+
+}  // namespace
+
+void VRow(const VRowJob& j) {
+    if (j.in16) {
+        j.out16 ? VRowOf<true, true>(j) : VRowOf<true, false>(j);
+    } else {
+        j.out16 ? VRowOf<false, true>(j) : VRowOf<false, false>(j);
     }
 }
 
