@@ -83,6 +83,7 @@ HTable MakeTable(const Axis& a, int n, int outs) {
     const int words = outs * n;
     std::vector<int32_t> base(pairs), coef(pairs * 16);
     std::vector<uint16_t> idx(pairs * 32);
+    std::vector<uint16_t> last_idx;  // the last run's idx before any conversion
     for (int b = 0; b * 16 < words; ++b) {
         for (int j = 0; j < pairs; ++j) {
             base[j] = 1 << 30;
@@ -108,7 +109,7 @@ HTable MakeTable(const Axis& a, int n, int outs) {
             HRun& r = t.runs.back();
             const size_t e = t.runs.size() - 1;
             const int step = r.blocks == 1 ? base[0] - t.base[e * pairs] : r.step;
-            bool same = std::equal(idx.begin(), idx.end(), t.idx.begin() + e * pairs * 32) &&
+            bool same = idx == last_idx &&
                         std::equal(coef.begin(), coef.end(), t.coef.begin() + e * pairs * 16);
             for (int j = 0; j < pairs && same; ++j)
                 same = base[j] == t.base[e * pairs + j] + r.blocks * step;
@@ -118,9 +119,23 @@ HTable MakeTable(const Axis& a, int n, int outs) {
                 continue;
             }
         }
-        bool direct = true;
-        for (int i = 0; i < pairs * 32; ++i) direct = direct && idx[i] == i % 32;
-        t.runs.push_back({1, 0, direct});
+        last_idx = idx;
+        bool direct = true, in_lane = true;
+        for (int i = 0; i < pairs * 32; ++i) {
+            direct = direct && idx[i] == i % 32;
+            in_lane = in_lane && idx[i] / 8 == i % 32 / 8;
+        }
+        t.runs.push_back({1, 0, direct ? HRun::kDirect : in_lane ? HRun::kInLane : HRun::kPermute});
+        if (!direct && in_lane) {
+            for (int j = 0; j < pairs; ++j) {
+                uint8_t bytes[64];
+                for (int i = 0; i < 32; ++i) {
+                    bytes[2 * i] = static_cast<uint8_t>(idx[j * 32 + i] % 8 * 2);
+                    bytes[2 * i + 1] = static_cast<uint8_t>(bytes[2 * i] + 1);
+                }
+                std::memcpy(&idx[j * 32], bytes, 64);
+            }
+        }
         t.base.insert(t.base.end(), base.begin(), base.end());
         t.idx.insert(t.idx.end(), idx.begin(), idx.end());
         t.coef.insert(t.coef.end(), coef.begin(), coef.end());

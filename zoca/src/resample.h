@@ -52,7 +52,10 @@ struct Axis {
 struct HRun {
     int blocks;   // consecutive blocks served by this entry
     int step;     // words between the bases of two blocks of the run
-    bool direct;  // every idx is 0, 1, 2, ...: the pairs are read as they lie
+    // How a step gathers its pairs: word permute over two vectors, as they lie (every
+    // idx is 0, 1, 2, ...), or a byte shuffle within 128-bit lanes (idx then holds the
+    // shuffle's 64 byte indices).
+    enum Gather : uint8_t { kPermute, kDirect, kInLane } gather;
 };
 struct HTable {
     bool ok = false;

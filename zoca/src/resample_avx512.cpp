@@ -110,7 +110,7 @@ void VRow(const VRowJob& j) {
 namespace {
 
 // One run of blocks; with P known the run's permutes and weights stay in registers.
-template <int P, bool kDirect, bool kOut16>
+template <int P, int kGather, bool kOut16>
 void Run(const int16_t* in, const int32_t* base, const uint16_t* idx, const int32_t* coef,
          int pairs, int blocks, int step, int o, int words, __m512i round, __m128i shift,
          void* out) {
@@ -129,8 +129,11 @@ void Run(const int16_t* in, const int32_t* base, const uint16_t* idx, const int3
             const int16_t* at = in + base[p] + b * step;
             const __m512i c = P > 0 ? cf[p] : _mm512_loadu_si512(coef + 16 * p);
             __m512i v;
-            if (kDirect) {
+            if (kGather == HRun::kDirect) {
                 v = _mm512_loadu_si512(at);
+            } else if (kGather == HRun::kInLane) {
+                const __m512i i = P > 0 ? ix[p] : _mm512_loadu_si512(idx + 32 * p);
+                v = _mm512_shuffle_epi8(_mm512_loadu_si512(at), i);
             } else {
                 const __m512i i = P > 0 ? ix[p] : _mm512_loadu_si512(idx + 32 * p);
                 v = _mm512_permutex2var_epi16(_mm512_loadu_si512(at), i,
@@ -154,27 +157,27 @@ void Run(const int16_t* in, const int32_t* base, const uint16_t* idx, const int3
 using RunFn = void (*)(const int16_t*, const int32_t*, const uint16_t*, const int32_t*, int, int,
                        int, int, int, __m512i, __m128i, void*);
 
-template <bool kDirect, bool kOut16>
+template <int kGather, bool kOut16>
 RunFn RunFor(int pairs) {
     switch (pairs) {
         case 1:
-            return Run<1, kDirect, kOut16>;
+            return Run<1, kGather, kOut16>;
         case 2:
-            return Run<2, kDirect, kOut16>;
+            return Run<2, kGather, kOut16>;
         case 3:
-            return Run<3, kDirect, kOut16>;
+            return Run<3, kGather, kOut16>;
         case 4:
-            return Run<4, kDirect, kOut16>;
+            return Run<4, kGather, kOut16>;
         case 5:
-            return Run<5, kDirect, kOut16>;
+            return Run<5, kGather, kOut16>;
         case 6:
-            return Run<6, kDirect, kOut16>;
+            return Run<6, kGather, kOut16>;
         case 7:
-            return Run<7, kDirect, kOut16>;
+            return Run<7, kGather, kOut16>;
         case 8:
-            return Run<8, kDirect, kOut16>;
+            return Run<8, kGather, kOut16>;
         default:
-            return Run<0, kDirect, kOut16>;
+            return Run<0, kGather, kOut16>;
     }
 }
 
@@ -186,12 +189,14 @@ void HRow(const HRowJob& j) {
     const int words = j.outs * j.n;
     const __m512i round = _mm512_set1_epi32(1 << (j.shift - 1));
     const __m128i shift = _mm_cvtsi32_si128(j.shift);
-    const RunFn fns[2] = {j.out16 ? RunFor<false, true>(pairs) : RunFor<false, false>(pairs),
-                          j.out16 ? RunFor<true, true>(pairs) : RunFor<true, false>(pairs)};
+    const RunFn fns[3] = {
+        j.out16 ? RunFor<HRun::kPermute, true>(pairs) : RunFor<HRun::kPermute, false>(pairs),
+        j.out16 ? RunFor<HRun::kDirect, true>(pairs) : RunFor<HRun::kDirect, false>(pairs),
+        j.out16 ? RunFor<HRun::kInLane, true>(pairs) : RunFor<HRun::kInLane, false>(pairs)};
     int o = 0;
     for (size_t r = 0; r < t.runs.size(); ++r) {
         const HRun& run = t.runs[r];
-        fns[run.direct](j.in, &t.base[r * pairs], &t.idx[r * pairs * 32], &t.coef[r * pairs * 16],
+        fns[run.gather](j.in, &t.base[r * pairs], &t.idx[r * pairs * 32], &t.coef[r * pairs * 16],
                         pairs, run.blocks, run.step, o, words, round, shift, j.out);
         o += 16 * run.blocks;
     }
