@@ -50,8 +50,8 @@ struct Axis {
 // idx. Where the tap positions repeat (every block alike, shifted by `step` words, as at
 // 2:1 or 3:2), one entry serves a whole run of blocks.
 struct HRun {
-    int blocks;   // consecutive blocks served by this entry
-    int step;     // words between the bases of two blocks of the run
+    int blocks;  // consecutive blocks served by this entry
+    int step;    // words between the bases of two blocks of the run
     // How a step gathers its pairs: word permute over two vectors, as they lie (every
     // idx is 0, 1, 2, ...), or a byte shuffle within 128-bit lanes (idx then holds the
     // shuffle's 64 byte indices).

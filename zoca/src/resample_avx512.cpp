@@ -10,11 +10,12 @@
 #include <vector>
 
 #if defined(__clang__)
-#pragma clang attribute push(__attribute__((target("avx512f,avx512bw,avx512vl,avx512vnni"))), \
-                             apply_to = function)
+#pragma clang attribute push(                                                   \
+    __attribute__((target("avx512f,avx512bw,avx512vl,avx512vnni,avx512vbmi"))), \
+    apply_to = function)
 #else
 #pragma GCC push_options
-#pragma GCC target("avx512f,avx512bw,avx512vl,avx512vnni")
+#pragma GCC target("avx512f,avx512bw,avx512vl,avx512vnni,avx512vbmi")
 // GCC 12's intrinsic headers seed results with a self-initialised "undefined" vector,
 // which it then reports once inlined here.
 #pragma GCC diagnostic ignored "-Wuninitialized"
@@ -44,7 +45,8 @@ inline int32_t Pair(const int16_t* c) {
 bool Available() {
     static const bool ok =
         __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vnni");
+        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vnni") &&
+        __builtin_cpu_supports("avx512vbmi");
     return ok;
 }
 
@@ -81,6 +83,63 @@ void VChunks(const VRowJob& j, const int32_t* pairs, int i, __mmask32 last) {
     }
 }
 
+// Byte rows, U chunks of 64 columns. One two-row byte permute makes the (a, b) word
+// pairs of 16 columns, zero-extended: half the shuffles of widening and interleaving.
+// Permute q takes the columns that make packs_epi32 of sums q and q ^ 1 come out in
+// row order: 32 (q / 2) + 8 (t / 4) + 4 (q % 2) + t % 4 for dword t.
+template <int U, bool kOut16>
+void VChunksBytes(const VRowJob& j, const int32_t* pairs, int i, __mmask64 last) {
+    alignas(64) static const struct Index {
+        uint8_t b[4][64];
+        Index() : b() {
+            for (int q = 0; q < 4; ++q)
+                for (int t = 0; t < 16; ++t) {
+                    const int col = 32 * (q / 2) + 8 * (t / 4) + 4 * (q % 2) + t % 4;
+                    b[q][4 * t] = static_cast<uint8_t>(col);
+                    b[q][4 * t + 2] = static_cast<uint8_t>(64 + col);
+                }
+        }
+    } index;
+    constexpr __mmask64 kEven = 0x5555555555555555ull;
+    __m512i ix[4];
+    for (int q = 0; q < 4; ++q) ix[q] = _mm512_load_si512(index.b[q]);
+    const __m512i round = _mm512_set1_epi32(1 << (j.shift - 1));
+    const __m128i shift = _mm_cvtsi32_si128(j.shift);
+    __m512i acc[U][4];
+    for (int u = 0; u < U; ++u)
+        for (int q = 0; q < 4; ++q) acc[u][q] = round;
+    for (int k = 0; k < j.taps; k += 2) {
+        const __m512i c = _mm512_set1_epi32(pairs[k / 2]);
+        const uint8_t* ra = static_cast<const uint8_t*>(j.rows[k]) + i;
+        const uint8_t* rb = static_cast<const uint8_t*>(j.rows[k + 1]) + i;
+        for (int u = 0; u < U; ++u) {
+            const __mmask64 m = u + 1 == U ? last : ~__mmask64{0};
+            const __m512i a = _mm512_maskz_loadu_epi8(m, ra + 64 * u);
+            const __m512i b = _mm512_maskz_loadu_epi8(m, rb + 64 * u);
+            for (int q = 0; q < 4; ++q) {
+                const __m512i ab = _mm512_maskz_permutex2var_epi8(kEven, a, ix[q], b);
+                acc[u][q] = _mm512_dpwssd_epi32(acc[u][q], ab, c);
+            }
+        }
+    }
+    for (int u = 0; u < U; ++u) {
+        for (int h = 0; h < 2; ++h) {
+            const __mmask32 m =
+                static_cast<__mmask32>((u + 1 == U ? last : ~__mmask64{0}) >> (32 * h));
+            const __m512i w = _mm512_packs_epi32(_mm512_sra_epi32(acc[u][2 * h], shift),
+                                                 _mm512_sra_epi32(acc[u][2 * h + 1], shift));
+            const int at = i + 64 * u + 32 * h;
+            if (kOut16) {
+                _mm512_mask_storeu_epi16(static_cast<int16_t*>(j.out) + at, m, w);
+            } else {
+                const __m256i b =
+                    _mm512_cvtusepi16_epi8(_mm512_max_epi16(w, _mm512_setzero_si512()));
+                _mm256_mask_storeu_epi8(static_cast<uint8_t*>(j.out) + at, m, b);
+            }
+        }
+    }
+}
+
 template <bool kIn16, bool kOut16>
 void VRowOf(const VRowJob& j) {
     constexpr int kHeld = 64;
@@ -93,6 +152,15 @@ void VRowOf(const VRowJob& j) {
     }
     for (int k = 0; k < j.taps; k += 2) pairs[k / 2] = Pair(j.coef + k);
     int i = 0;
+    if (!kIn16) {
+        for (; i + 128 <= j.words; i += 128) VChunksBytes<2, kOut16>(j, pairs, i, ~__mmask64{0});
+        for (; i < j.words; i += 64) {
+            const int left = j.words - i;
+            VChunksBytes<1, kOut16>(j, pairs, i,
+                                    left >= 64 ? ~__mmask64{0} : (__mmask64{1} << left) - 1);
+        }
+        return;
+    }
     for (; i + 128 <= j.words; i += 128) VChunks<4, kIn16, kOut16>(j, pairs, i, ~__mmask32{0});
     for (; i < j.words; i += 32) VChunks<1, kIn16, kOut16>(j, pairs, i, Mask32(j.words - i));
 }
