@@ -10,12 +10,11 @@
 #include <vector>
 
 #if defined(__clang__)
-#pragma clang attribute push(                                                   \
-    __attribute__((target("avx512f,avx512bw,avx512vl,avx512vnni,avx512vbmi"))), \
-    apply_to = function)
+#pragma clang attribute push(__attribute__((target("avx512f,avx512bw,avx512vl,avx512vnni"))), \
+                             apply_to = function)
 #else
 #pragma GCC push_options
-#pragma GCC target("avx512f,avx512bw,avx512vl,avx512vnni,avx512vbmi")
+#pragma GCC target("avx512f,avx512bw,avx512vl,avx512vnni")
 // GCC 12's intrinsic headers seed results with a self-initialised "undefined" vector,
 // which it then reports once inlined here.
 #pragma GCC diagnostic ignored "-Wuninitialized"
@@ -45,8 +44,7 @@ inline int32_t Pair(const int16_t* c) {
 bool Available() {
     static const bool ok =
         __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vnni") &&
-        __builtin_cpu_supports("avx512vbmi");
+        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vnni");
     return ok;
 }
 
@@ -83,26 +81,11 @@ void VChunks(const VRowJob& j, const int32_t* pairs, int i, __mmask32 last) {
     }
 }
 
-// Byte rows, U chunks of 64 columns. One two-row byte permute makes the (a, b) word
-// pairs of 16 columns, zero-extended: half the shuffles of widening and interleaving.
-// Permute q takes the columns that make packs_epi32 of sums q and q ^ 1 come out in
-// row order: 32 (q / 2) + 8 (t / 4) + 4 (q % 2) + t % 4 for dword t.
+// Byte rows, U chunks of 64 columns: two in-lane byte unpacks interleave the rows, two
+// more against zero widen the pairs to words. Sum q of a chunk holds columns
+// 16 L + 4 q + 0..3 of each 128-bit lane L; a qword permute restores row order.
 template <int U, bool kOut16>
 void VChunksBytes(const VRowJob& j, const int32_t* pairs, int i, __mmask64 last) {
-    alignas(64) static const struct Index {
-        uint8_t b[4][64];
-        Index() : b() {
-            for (int q = 0; q < 4; ++q)
-                for (int t = 0; t < 16; ++t) {
-                    const int col = 32 * (q / 2) + 8 * (t / 4) + 4 * (q % 2) + t % 4;
-                    b[q][4 * t] = static_cast<uint8_t>(col);
-                    b[q][4 * t + 2] = static_cast<uint8_t>(64 + col);
-                }
-        }
-    } index;
-    constexpr __mmask64 kEven = 0x5555555555555555ull;
-    __m512i ix[4];
-    for (int q = 0; q < 4; ++q) ix[q] = _mm512_load_si512(index.b[q]);
     const __m512i round = _mm512_set1_epi32(1 << (j.shift - 1));
     const __m128i shift = _mm_cvtsi32_si128(j.shift);
     __m512i acc[U][4];
@@ -116,18 +99,25 @@ void VChunksBytes(const VRowJob& j, const int32_t* pairs, int i, __mmask64 last)
             const __mmask64 m = u + 1 == U ? last : ~__mmask64{0};
             const __m512i a = _mm512_maskz_loadu_epi8(m, ra + 64 * u);
             const __m512i b = _mm512_maskz_loadu_epi8(m, rb + 64 * u);
-            for (int q = 0; q < 4; ++q) {
-                const __m512i ab = _mm512_maskz_permutex2var_epi8(kEven, a, ix[q], b);
-                acc[u][q] = _mm512_dpwssd_epi32(acc[u][q], ab, c);
-            }
+            const __m512i z = _mm512_setzero_si512();
+            const __m512i lo = _mm512_unpacklo_epi8(a, b), hi = _mm512_unpackhi_epi8(a, b);
+            acc[u][0] = _mm512_dpwssd_epi32(acc[u][0], _mm512_unpacklo_epi8(lo, z), c);
+            acc[u][1] = _mm512_dpwssd_epi32(acc[u][1], _mm512_unpackhi_epi8(lo, z), c);
+            acc[u][2] = _mm512_dpwssd_epi32(acc[u][2], _mm512_unpacklo_epi8(hi, z), c);
+            acc[u][3] = _mm512_dpwssd_epi32(acc[u][3], _mm512_unpackhi_epi8(hi, z), c);
         }
     }
+    const __m512i order[2] = {_mm512_set_epi64(11, 10, 3, 2, 9, 8, 1, 0),
+                              _mm512_set_epi64(15, 14, 7, 6, 13, 12, 5, 4)};
     for (int u = 0; u < U; ++u) {
+        const __m512i p01 = _mm512_packs_epi32(_mm512_sra_epi32(acc[u][0], shift),
+                                               _mm512_sra_epi32(acc[u][1], shift));
+        const __m512i p23 = _mm512_packs_epi32(_mm512_sra_epi32(acc[u][2], shift),
+                                               _mm512_sra_epi32(acc[u][3], shift));
         for (int h = 0; h < 2; ++h) {
             const __mmask32 m =
                 static_cast<__mmask32>((u + 1 == U ? last : ~__mmask64{0}) >> (32 * h));
-            const __m512i w = _mm512_packs_epi32(_mm512_sra_epi32(acc[u][2 * h], shift),
-                                                 _mm512_sra_epi32(acc[u][2 * h + 1], shift));
+            const __m512i w = _mm512_permutex2var_epi64(p01, order[h], p23);
             const int at = i + 64 * u + 32 * h;
             if (kOut16) {
                 _mm512_mask_storeu_epi16(static_cast<int16_t*>(j.out) + at, m, w);
