@@ -174,40 +174,45 @@ void Run(const int16_t* in, const int32_t* base, const uint16_t* idx, const int3
          void* out) {
     constexpr int kHeld = P > 0 ? P : 1;
     __m512i ix[kHeld], cf[kHeld];
+    const int16_t* at[kHeld];
     if (P > 0) {
         for (int p = 0; p < P; ++p) {
             ix[p] = _mm512_loadu_si512(idx + 32 * p);
             cf[p] = _mm512_loadu_si512(coef + 16 * p);
+            at[p] = in + base[p];
         }
     }
     const int n = P > 0 ? P : pairs;
-    for (int b = 0; b < blocks; ++b, o += 16) {
-        __m512i acc = round;
+    auto gather = [&](int p, ptrdiff_t off) {
+        const int16_t* from = (P > 0 ? at[p] : in + base[p]) + off;
+        if (kGather == HRun::kDirect) return _mm512_loadu_si512(from);
+        const __m512i i = P > 0 ? ix[p] : _mm512_loadu_si512(idx + 32 * p);
+        if (kGather == HRun::kInLane) return _mm512_shuffle_epi8(_mm512_loadu_si512(from), i);
+        return _mm512_permutex2var_epi16(_mm512_loadu_si512(from), i,
+                                         _mm512_loadu_si512(from + 32));
+    };
+    auto weights = [&](int p) { return P > 0 ? cf[p] : _mm512_loadu_si512(coef + 16 * p); };
+    // Two blocks a step: two chains of multiply-adds, and 32 outputs packed at once.
+    const __m512i order = _mm512_set_epi64(7, 5, 3, 1, 6, 4, 2, 0);
+    int b = 0;
+    for (; b < blocks; b += 2, o += 32) {
+        __m512i a0 = round, a1 = round;
+        const ptrdiff_t off = static_cast<ptrdiff_t>(b) * step;
+        const bool two = b + 1 < blocks;
         for (int p = 0; p < n; ++p) {
-            const int16_t* at = in + base[p] + b * step;
-            const __m512i c = P > 0 ? cf[p] : _mm512_loadu_si512(coef + 16 * p);
-            __m512i v;
-            if (kGather == HRun::kDirect) {
-                v = _mm512_loadu_si512(at);
-            } else if (kGather == HRun::kInLane) {
-                const __m512i i = P > 0 ? ix[p] : _mm512_loadu_si512(idx + 32 * p);
-                v = _mm512_shuffle_epi8(_mm512_loadu_si512(at), i);
-            } else {
-                const __m512i i = P > 0 ? ix[p] : _mm512_loadu_si512(idx + 32 * p);
-                v = _mm512_permutex2var_epi16(_mm512_loadu_si512(at), i,
-                                              _mm512_loadu_si512(at + 32));
-            }
-            acc = _mm512_dpwssd_epi32(acc, v, c);
+            a0 = _mm512_dpwssd_epi32(a0, gather(p, off), weights(p));
+            if (two) a1 = _mm512_dpwssd_epi32(a1, gather(p, off + step), weights(p));
         }
-        acc = _mm512_sra_epi32(acc, shift);
-        const __mmask16 m =
-            words - o >= 16 ? __mmask16(0xffff) : __mmask16((1u << (words - o)) - 1);
+        const int left = std::min(words - o, two ? 32 : 16);
+        const __mmask32 m = left >= 32 ? ~__mmask32{0} : (__mmask32{1} << left) - 1;
+        // packs interleaves the blocks by 128-bit lane; the qword permute undoes it.
+        const __m512i w = _mm512_permutexvar_epi64(
+            order, _mm512_packs_epi32(_mm512_sra_epi32(a0, shift), _mm512_sra_epi32(a1, shift)));
         if (kOut16) {
-            _mm256_mask_storeu_epi16(static_cast<int16_t*>(out) + o, m,
-                                     _mm512_cvtsepi32_epi16(acc));
+            _mm512_mask_storeu_epi16(static_cast<int16_t*>(out) + o, m, w);
         } else {
-            const __m128i v = _mm512_cvtusepi32_epi8(_mm512_max_epi32(acc, _mm512_setzero_si512()));
-            _mm_mask_storeu_epi8(static_cast<uint8_t*>(out) + o, m, v);
+            const __m256i v = _mm512_cvtusepi16_epi8(_mm512_max_epi16(w, _mm512_setzero_si512()));
+            _mm256_mask_storeu_epi8(static_cast<uint8_t*>(out) + o, m, v);
         }
     }
 }
