@@ -168,7 +168,7 @@ std::shared_ptr<const Plan> MakePlan(const Key& k) {
     const bool lanczos = k.dw < k.rw || k.dh < k.rh;
     p->h = MakeAxis(k.sw, k.left, k.rw, k.dw, lanczos);
     p->v = MakeAxis(k.sh, k.top, k.rh, k.dh, lanczos);
-    if (resample::avx512::Available()) p->table = MakeTable(p->h, k.n, k.dw);
+    if (Supported(Simd::Avx2)) p->table = MakeTable(p->h, k.n, k.dw);
     // Multiply-adds of each order: the vertical pass first works on source-wide rows,
     // the horizontal pass first on every source row.
     const double v_first = double(k.dh) * k.sw * p->v.taps + double(k.dh) * k.dw * p->h.taps;
@@ -252,7 +252,10 @@ void VRow(const VRowJob& j, Simd s) {
 
 void HRow(const HRowJob& j, Simd s) {
 #if ZOCA_AVX512_BUILD
-    if (s == Simd::Avx512 && j.table != nullptr && j.table->ok) return resample::avx512::HRow(j);
+    if (j.table != nullptr && j.table->ok) {
+        if (s == Simd::Avx512) return resample::avx512::HRow(j);
+        if (s == Simd::Avx2) return resample::avx2::HRow(j);
+    }
 #endif
     (void)s;
     resample::plain::HRow(j);
@@ -287,23 +290,21 @@ void resample::plain::VRow(const VRowJob& j, int from) {
     }
 }
 
-void resample::plain::HRow(const HRowJob& j) {
+void resample::plain::HRow(const HRowJob& j, int from, int to) {
     const Axis& a = *j.axis;
     const int n = j.n;
-    for (int x = 0; x < j.outs; ++x) {
+    if (to < 0) to = j.outs * n;
+    for (int o = from; o < to; ++o) {
+        const int x = o / n;
         const int16_t* c = &a.coef[static_cast<size_t>(x) * a.taps];
-        const int16_t* in = j.in + a.start[x] * n;
-        for (int ch = 0; ch < n; ++ch) {
-            int32_t acc = 1 << (j.shift - 1);
-            for (int k = 0; k < a.taps; ++k) acc += c[k] * in[k * n + ch];
-            acc >>= j.shift;
-            if (j.out16) {
-                static_cast<int16_t*>(j.out)[x * n + ch] =
-                    static_cast<int16_t>(std::clamp(acc, -32768, 32767));
-            } else {
-                static_cast<uint8_t*>(j.out)[x * n + ch] =
-                    static_cast<uint8_t>(std::clamp(acc, 0, 255));
-            }
+        const int16_t* in = j.in + a.start[x] * n + o % n;
+        int32_t acc = 1 << (j.shift - 1);
+        for (int k = 0; k < a.taps; ++k) acc += c[k] * in[k * n];
+        acc >>= j.shift;
+        if (j.out16) {
+            static_cast<int16_t*>(j.out)[o] = static_cast<int16_t>(std::clamp(acc, -32768, 32767));
+        } else {
+            static_cast<uint8_t*>(j.out)[o] = static_cast<uint8_t>(std::clamp(acc, 0, 255));
         }
     }
 }

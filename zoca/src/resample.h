@@ -94,12 +94,13 @@ void HRow(const HRowJob& j, Simd s);
 // Kernels of each build, named apart from the other kernels of the library.
 namespace resample {
 namespace plain {
-void VRow(const VRowJob& j, int from);  // words from .. words - 1
-void HRow(const HRowJob& j);
+void VRow(const VRowJob& j, int from);                   // words from .. words - 1
+void HRow(const HRowJob& j, int from = 0, int to = -1);  // output words from .. to - 1
 }  // namespace plain
 namespace avx2 {
 bool Available();
 void VRow(const VRowJob& j);
+void HRow(const HRowJob& j);  // runs the table's direct and in-lane runs
 }  // namespace avx2
 namespace avx512 {
 bool Available();

@@ -7,6 +7,9 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
+#include <cstring>
+
 #if defined(__clang__)
 #pragma clang attribute push(__attribute__((target("avx2"))), apply_to = function)
 #else
@@ -61,6 +64,63 @@ void VRow(const VRowJob& j) {
         }
     }
     if (i < j.words) plain::VRow(j, i);
+}
+
+void HRow(const HRowJob& j) {
+    // The AVX-512 tables in halves of 8 outputs (two 128-bit lanes): runs whose pairs lie
+    // as they are or within their lane are vector work here, the rest plain.
+    const HTable& t = *j.table;
+    const int pairs = j.axis->taps / 2;
+    const int words = j.outs * j.n;
+    const __m256i round = _mm256_set1_epi32(1 << (j.shift - 1));
+    const __m128i shift = _mm_cvtsi32_si128(j.shift);
+    int o = 0;
+    for (size_t r = 0; r < t.runs.size(); ++r) {
+        const HRun& run = t.runs[r];
+        const int end = std::min(words, o + 16 * run.blocks);
+        if (run.gather == HRun::kPermute) {
+            plain::HRow(j, o, end);
+            o = end;
+            continue;
+        }
+        const int32_t* base = &t.base[r * pairs];
+        const uint8_t* idx = reinterpret_cast<const uint8_t*>(&t.idx[r * pairs * 32]);
+        const int32_t* coef = &t.coef[r * pairs * 16];
+        for (int b = 0; b < run.blocks; ++b) {
+            for (int h = 0; h < 2; ++h, o += 8) {
+                if (o >= words) break;
+                __m256i acc = round;
+                for (int p = 0; p < pairs; ++p) {
+                    const int16_t* at =
+                        j.in + base[p] + static_cast<ptrdiff_t>(b) * run.step + 16 * h;
+                    __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at));
+                    if (run.gather == HRun::kInLane) {
+                        v = _mm256_shuffle_epi8(
+                            v, _mm256_loadu_si256(
+                                   reinterpret_cast<const __m256i*>(idx + 64 * p + 32 * h)));
+                    }
+                    const __m256i c =
+                        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(coef + 16 * p + 8 * h));
+                    acc = _mm256_add_epi32(acc, _mm256_madd_epi16(v, c));
+                }
+                acc = _mm256_sra_epi32(acc, shift);
+                // 8 words in order: the pack works per lane, the qword permute joins them.
+                const __m256i w = _mm256_permute4x64_epi64(_mm256_packs_epi32(acc, acc), 0x08);
+                alignas(32) uint8_t bytes[16];
+                const int n = std::min(8, words - o);
+                if (j.out16) {
+                    _mm_store_si128(reinterpret_cast<__m128i*>(bytes), _mm256_castsi256_si128(w));
+                    std::memcpy(static_cast<int16_t*>(j.out) + o, bytes, 2 * n);
+                } else {
+                    const __m128i w8 =
+                        _mm_packus_epi16(_mm256_castsi256_si128(w), _mm_setzero_si128());
+                    _mm_store_si128(reinterpret_cast<__m128i*>(bytes), w8);
+                    std::memcpy(static_cast<uint8_t*>(j.out) + o, bytes, n);
+                }
+            }
+        }
+        o = end;
+    }
 }
 
 }  // namespace avx2
