@@ -1,6 +1,7 @@
-// AVX2 build of the vertical resampling pass: two rows at a time, interleaved word by
-// word and multiplied into int32 by weight pairs (vpmaddwd). A row's last partial
-// vector goes to the plain code, which computes the same sums.
+// AVX2 build of the resampling row kernels. Vertical: two rows at a time, interleaved
+// word by word and multiplied into int32 by weight pairs (vpmaddwd); a row's last
+// partial vector goes to the plain code, which computes the same sums. Horizontal: the
+// tap patterns that need no cross-lane gather (2:1 and the like); the others are plain.
 #include "resample.h"
 
 #if ZOCA_AVX512_BUILD

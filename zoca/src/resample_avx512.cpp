@@ -1,6 +1,7 @@
 // AVX-512 build of the resampling row kernels. Both passes multiply int16 pairs into
-// int32 (vpmaddwd): the vertical one pairs two rows word by word, the horizontal one
-// gathers each output's two taps from a 64-word window with a word permute.
+// int32 (vpdpwssd): the vertical one pairs two rows word by word, the horizontal one
+// gathers each output's two taps from a 64-word window (a word permute, an in-lane
+// byte shuffle, or nothing when the pairs already lie in order).
 #include "resample.h"
 
 #if ZOCA_AVX512_BUILD
