@@ -258,11 +258,42 @@ void HRow(const HRowJob& j) {
         j.out16 ? RunFor<HRun::kDirect, true>(pairs) : RunFor<HRun::kDirect, false>(pairs),
         j.out16 ? RunFor<HRun::kInLane, true>(pairs) : RunFor<HRun::kInLane, false>(pairs)};
     int o = 0;
-    for (size_t r = 0; r < t.runs.size(); ++r) {
+    for (size_t r = 0; r < t.runs.size();) {
         const HRun& run = t.runs[r];
-        fns[run.gather](j.in, &t.base[r * pairs], &t.idx[r * pairs * 32], &t.coef[r * pairs * 16],
-                        pairs, run.blocks, run.step, o, words, round, shift, j.out);
-        o += 16 * run.blocks;
+        if (run.blocks > 1) {
+            fns[run.gather](j.in, &t.base[r * pairs], &t.idx[r * pairs * 32],
+                            &t.coef[r * pairs * 16], pairs, run.blocks, run.step, o, words, round,
+                            shift, j.out);
+            o += 16 * run.blocks;
+            ++r;
+            continue;
+        }
+        // Single blocks (patterns that repeat only after several blocks, as at 2:3, or
+        // not at all) in one loop, their entries read from the table.
+        for (; r < t.runs.size() && t.runs[r].blocks == 1; ++r, o += 16) {
+            __m512i acc = round;
+            for (int p = 0; p < pairs; ++p) {
+                const size_t e = r * pairs + p;
+                const int16_t* at = j.in + t.base[e];
+                const __m512i i = _mm512_loadu_si512(&t.idx[e * 32]);
+                const __m512i a = _mm512_loadu_si512(at);
+                const __m512i v =
+                    t.runs[r].gather == HRun::kInLane
+                        ? _mm512_shuffle_epi8(a, i)
+                        : _mm512_permutex2var_epi16(a, i, _mm512_loadu_si512(at + 32));
+                acc = _mm512_dpwssd_epi32(acc, v, _mm512_loadu_si512(&t.coef[e * 16]));
+            }
+            const __m256i w = _mm512_cvtsepi32_epi16(_mm512_sra_epi32(acc, shift));
+            const __mmask16 m =
+                words - o >= 16 ? __mmask16(0xffff) : __mmask16((1u << (words - o)) - 1);
+            if (j.out16) {
+                _mm256_mask_storeu_epi16(static_cast<int16_t*>(j.out) + o, m, w);
+            } else {
+                const __m128i b =
+                    _mm256_cvtusepi16_epi8(_mm256_max_epi16(w, _mm256_setzero_si256()));
+                _mm_mask_storeu_epi8(static_cast<uint8_t*>(j.out) + o, m, b);
+            }
+        }
     }
 }
 
