@@ -242,6 +242,16 @@ bool resample::avx512::Available() {
 #endif
 
 void VRow(const VRowJob& j, Simd s) {
+    if (j.out2 != nullptr && s != Simd::Avx512) {  // only that build makes two rows at once
+        VRowJob one = j;
+        one.out2 = nullptr;
+        VRow(one, s);
+        one.rows = j.rows + j.lead;
+        one.coef = j.coef2;
+        one.out = j.out2;
+        VRow(one, s);
+        return;
+    }
 #if ZOCA_AVX512_BUILD
     if (s == Simd::Avx512) return resample::avx512::VRow(j);
     if (s == Simd::Avx2) return resample::avx2::VRow(j);
@@ -334,13 +344,16 @@ int Resample(const Channels& src, int sw, int sh, double left, double top, doubl
         (static_cast<size_t>(std::max(sw, dw) + H.taps + 2) * n + 64 + 31) & ~size_t{31};
     const bool ring = !H.identity && !V.identity && !plan->vertical_first;
     const size_t ring_words = (static_cast<size_t>(dw) * n + 31) & ~size_t{31};
-    const size_t bytes = 2 * (row_words + (ring ? ring_words * V.taps : 0));
+    // Vertical first: two such rows, for output rows filtered in pairs.
+    constexpr int kMaxLead = 4;
+    const size_t bytes = 2 * (2 * row_words + (ring ? ring_words * V.taps : 0));
     std::unique_ptr<void, FreeDeleter> mem(std::aligned_alloc(64, bytes));
-    std::vector<const void*> rows(V.taps);
+    std::vector<const void*> rows(V.taps + kMaxLead);
     if (!mem) return ZOCA_ERR_DESTINATION;
-    std::memset(mem.get(), 0, 2 * row_words);
+    std::memset(mem.get(), 0, 2 * 2 * row_words);
     int16_t* tmp = static_cast<int16_t*>(mem.get());
-    int16_t* ring_mem = tmp + row_words;
+    int16_t* tmp2 = tmp + row_words;
+    int16_t* ring_mem = tmp2 + row_words;
 
     HRowJob hj{&H, &plan->table, n, dw, tmp, false, 0, nullptr};
     VRowJob vj{rows.data(), nullptr, V.taps, 0, false, false, 0, nullptr};
@@ -370,10 +383,28 @@ int Resample(const Channels& src, int sw, int sh, double left, double top, doubl
         vj.out = tmp;
         hj.shift = kCoefBits + kMidBits;
         for (int y = 0; y < dh; ++y) {
+            // Two output rows whose windows start an even number of rows apart (every
+            // row at 2:1) share most of their row pairs: one pass makes both.
+            const int lead = y + 1 < dh ? V.start[y + 1] - V.start[y] : -1;
+            const bool two = simd == Simd::Avx512 && lead >= 0 && lead <= kMaxLead && lead % 2 == 0;
             take_rows(y, src_row);
+            if (two) {
+                for (int k = V.taps; k < V.taps + lead; ++k)
+                    rows[k] = src_row(std::min(V.start[y] + k, sh - 1));
+                vj.coef2 = &V.coef[static_cast<size_t>(y + 1) * V.taps];
+                vj.lead = lead;
+                vj.out2 = tmp2;
+            }
             VRow(vj, simd);
+            vj.out2 = nullptr;
+            hj.in = tmp;
             hj.out = dst_row(y);
             HRow(hj, simd);
+            if (two) {
+                hj.in = tmp2;
+                hj.out = dst_row(++y);
+                HRow(hj, simd);
+            }
         }
     } else {
         hj.out16 = true;

@@ -85,73 +85,105 @@ void VChunks(const VRowJob& j, const int32_t* pairs, int i, __mmask32 last) {
 // Byte rows, U chunks of 64 columns: two in-lane byte unpacks interleave the rows, two
 // more against zero widen the pairs to words. Sum q of a chunk holds columns
 // 16 L + 4 q + 0..3 of each 128-bit lane L; a qword permute restores row order.
-template <int U, bool kOut16>
-void VChunksBytes(const VRowJob& j, const int32_t* pairs, int i, __mmask64 last) {
+// Sums q of 64 columns (see below) -> 64 results in row order at out + at.
+template <bool kOut16>
+inline void Store64(const __m512i acc[4], __m128i shift, void* out, int at, __mmask64 last) {
+    const __m512i order[2] = {_mm512_set_epi64(11, 10, 3, 2, 9, 8, 1, 0),
+                              _mm512_set_epi64(15, 14, 7, 6, 13, 12, 5, 4)};
+    const __m512i p01 =
+        _mm512_packs_epi32(_mm512_sra_epi32(acc[0], shift), _mm512_sra_epi32(acc[1], shift));
+    const __m512i p23 =
+        _mm512_packs_epi32(_mm512_sra_epi32(acc[2], shift), _mm512_sra_epi32(acc[3], shift));
+    for (int h = 0; h < 2; ++h) {
+        const __mmask32 m = static_cast<__mmask32>(last >> (32 * h));
+        const __m512i w = _mm512_permutex2var_epi64(p01, order[h], p23);
+        if (kOut16) {
+            _mm512_mask_storeu_epi16(static_cast<int16_t*>(out) + at + 32 * h, m, w);
+        } else {
+            const __m256i b = _mm512_cvtusepi16_epi8(_mm512_max_epi16(w, _mm512_setzero_si512()));
+            _mm256_mask_storeu_epi8(static_cast<uint8_t*>(out) + at + 32 * h, m, b);
+        }
+    }
+}
+
+// Byte rows, U chunks of 64 columns: two in-lane byte unpacks interleave two rows, two
+// more against zero widen the pairs to words. Sum q of a chunk holds columns
+// 16 L + 4 q + 0..3 of each 128-bit lane L; Store64 restores row order. With kTwo, a
+// second output row whose rows start `lead` rows later (lead even) shares the
+// interleaved pairs: step s feeds the first row while s < taps / 2, the second from
+// s = lead / 2 on.
+template <int U, bool kOut16, bool kTwo>
+void VChunksBytes(const VRowJob& j, const int32_t* pairs, const int32_t* pairs2, int lead, int i,
+                  __mmask64 last) {
     const __m512i round = _mm512_set1_epi32(1 << (j.shift - 1));
     const __m128i shift = _mm_cvtsi32_si128(j.shift);
-    __m512i acc[U][4];
+    const __m512i z = _mm512_setzero_si512();
+    __m512i acc[U][4], acc2[kTwo ? U : 1][4];
     for (int u = 0; u < U; ++u)
         for (int q = 0; q < 4; ++q) acc[u][q] = round;
-    for (int k = 0; k < j.taps; k += 2) {
-        const __m512i c = _mm512_set1_epi32(pairs[k / 2]);
-        const uint8_t* ra = static_cast<const uint8_t*>(j.rows[k]) + i;
-        const uint8_t* rb = static_cast<const uint8_t*>(j.rows[k + 1]) + i;
+    if (kTwo)
+        for (int u = 0; u < U; ++u)
+            for (int q = 0; q < 4; ++q) acc2[u][q] = round;
+    const int half = j.taps / 2, steps = half + (kTwo ? lead / 2 : 0);
+    for (int st = 0; st < steps; ++st) {
+        const bool first = !kTwo || st < half, second = kTwo && st >= lead / 2;
+        const __m512i c = _mm512_set1_epi32(first ? pairs[st] : 0);
+        const __m512i c2 = _mm512_set1_epi32(second ? pairs2[st - lead / 2] : 0);
+        const uint8_t* ra = static_cast<const uint8_t*>(j.rows[2 * st]) + i;
+        const uint8_t* rb = static_cast<const uint8_t*>(j.rows[2 * st + 1]) + i;
         for (int u = 0; u < U; ++u) {
             const __mmask64 m = u + 1 == U ? last : ~__mmask64{0};
             const __m512i a = _mm512_maskz_loadu_epi8(m, ra + 64 * u);
             const __m512i b = _mm512_maskz_loadu_epi8(m, rb + 64 * u);
-            const __m512i z = _mm512_setzero_si512();
             const __m512i lo = _mm512_unpacklo_epi8(a, b), hi = _mm512_unpackhi_epi8(a, b);
-            acc[u][0] = _mm512_dpwssd_epi32(acc[u][0], _mm512_unpacklo_epi8(lo, z), c);
-            acc[u][1] = _mm512_dpwssd_epi32(acc[u][1], _mm512_unpackhi_epi8(lo, z), c);
-            acc[u][2] = _mm512_dpwssd_epi32(acc[u][2], _mm512_unpacklo_epi8(hi, z), c);
-            acc[u][3] = _mm512_dpwssd_epi32(acc[u][3], _mm512_unpackhi_epi8(hi, z), c);
+            const __m512i v[4] = {_mm512_unpacklo_epi8(lo, z), _mm512_unpackhi_epi8(lo, z),
+                                  _mm512_unpacklo_epi8(hi, z), _mm512_unpackhi_epi8(hi, z)};
+            if (first)
+                for (int q = 0; q < 4; ++q) acc[u][q] = _mm512_dpwssd_epi32(acc[u][q], v[q], c);
+            if (second)
+                for (int q = 0; q < 4; ++q) acc2[u][q] = _mm512_dpwssd_epi32(acc2[u][q], v[q], c2);
         }
     }
-    const __m512i order[2] = {_mm512_set_epi64(11, 10, 3, 2, 9, 8, 1, 0),
-                              _mm512_set_epi64(15, 14, 7, 6, 13, 12, 5, 4)};
     for (int u = 0; u < U; ++u) {
-        const __m512i p01 = _mm512_packs_epi32(_mm512_sra_epi32(acc[u][0], shift),
-                                               _mm512_sra_epi32(acc[u][1], shift));
-        const __m512i p23 = _mm512_packs_epi32(_mm512_sra_epi32(acc[u][2], shift),
-                                               _mm512_sra_epi32(acc[u][3], shift));
-        for (int h = 0; h < 2; ++h) {
-            const __mmask32 m =
-                static_cast<__mmask32>((u + 1 == U ? last : ~__mmask64{0}) >> (32 * h));
-            const __m512i w = _mm512_permutex2var_epi64(p01, order[h], p23);
-            const int at = i + 64 * u + 32 * h;
-            if (kOut16) {
-                _mm512_mask_storeu_epi16(static_cast<int16_t*>(j.out) + at, m, w);
-            } else {
-                const __m256i b =
-                    _mm512_cvtusepi16_epi8(_mm512_max_epi16(w, _mm512_setzero_si512()));
-                _mm256_mask_storeu_epi8(static_cast<uint8_t*>(j.out) + at, m, b);
-            }
-        }
+        const __mmask64 m = u + 1 == U ? last : ~__mmask64{0};
+        Store64<kOut16>(acc[u], shift, j.out, i + 64 * u, m);
+        if (kTwo) Store64<kOut16>(acc2[u], shift, j.out2, i + 64 * u, m);
+    }
+}
+
+template <bool kOut16, bool kTwo>
+void VRowBytes(const VRowJob& j, const int32_t* pairs, const int32_t* pairs2) {
+    int i = 0;
+    for (; i + 128 <= j.words; i += 128)
+        VChunksBytes<2, kOut16, kTwo>(j, pairs, pairs2, j.lead, i, ~__mmask64{0});
+    for (; i < j.words; i += 64) {
+        const int left = j.words - i;
+        VChunksBytes<1, kOut16, kTwo>(j, pairs, pairs2, j.lead, i,
+                                      left >= 64 ? ~__mmask64{0} : (__mmask64{1} << left) - 1);
     }
 }
 
 template <bool kIn16, bool kOut16>
 void VRowOf(const VRowJob& j) {
-    constexpr int kHeld = 64;
+    const int pair_count = j.taps / 2 * (j.out2 != nullptr ? 2 : 1);
+    constexpr int kHeld = 128;
     int32_t held[kHeld];
     std::vector<int32_t> many;
     int32_t* pairs = held;
-    if (j.taps / 2 > kHeld) {
-        many.resize(j.taps / 2);
+    if (pair_count > kHeld) {
+        many.resize(pair_count);
         pairs = many.data();
     }
     for (int k = 0; k < j.taps; k += 2) pairs[k / 2] = Pair(j.coef + k);
-    int i = 0;
     if (!kIn16) {
-        for (; i + 128 <= j.words; i += 128) VChunksBytes<2, kOut16>(j, pairs, i, ~__mmask64{0});
-        for (; i < j.words; i += 64) {
-            const int left = j.words - i;
-            VChunksBytes<1, kOut16>(j, pairs, i,
-                                    left >= 64 ? ~__mmask64{0} : (__mmask64{1} << left) - 1);
+        if (j.out2 != nullptr) {
+            int32_t* pairs2 = pairs + j.taps / 2;
+            for (int k = 0; k < j.taps; k += 2) pairs2[k / 2] = Pair(j.coef2 + k);
+            return VRowBytes<kOut16, true>(j, pairs, pairs2);
         }
-        return;
+        return VRowBytes<kOut16, false>(j, pairs, nullptr);
     }
+    int i = 0;
     for (; i + 128 <= j.words; i += 128) VChunks<4, kIn16, kOut16>(j, pairs, i, ~__mmask32{0});
     for (; i < j.words; i += 32) VChunks<1, kIn16, kOut16>(j, pairs, i, Mask32(j.words - i));
 }
