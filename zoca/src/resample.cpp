@@ -207,7 +207,11 @@ struct FreeDeleter {
     void operator()(void* p) const { std::free(p); }
 };
 
-void Widen(const uint8_t* in, int words, int16_t* out) {
+void Widen(const uint8_t* in, int words, int16_t* out, Simd simd) {
+#if ZOCA_AVX512_BUILD
+    if (simd == Simd::Avx512) return resample::avx512::Widen(in, words, out);
+#endif
+    (void)simd;
     for (int i = 0; i < words; ++i) out[i] = in[i];
 }
 
@@ -374,7 +378,7 @@ int Resample(const Channels& src, int sw, int sh, double left, double top, doubl
     } else if (V.identity) {  // horizontal only
         hj.shift = kCoefBits;
         for (int y = 0; y < dh; ++y) {
-            Widen(src_row(y), sw * n, tmp);
+            Widen(src_row(y), sw * n, tmp, simd);
             hj.out = dst_row(y);
             HRow(hj, simd);
         }
@@ -420,7 +424,7 @@ int Resample(const Channels& src, int sw, int sh, double left, double top, doubl
             next = std::max(next, V.start[y]);
             const int last = std::min(V.start[y] + V.taps, sh) - 1;
             for (; next <= last; ++next) {
-                Widen(src_row(next), sw * n, tmp);
+                Widen(src_row(next), sw * n, tmp, simd);
                 hj.out = ring_row(next);
                 HRow(hj, simd);
             }

@@ -111,6 +111,7 @@ namespace avx512 {
 bool Available();
 void VRow(const VRowJob& j);
 void HRow(const HRowJob& j);
+void Widen(const uint8_t* in, int words, int16_t* out);  // bytes to int16
 }  // namespace avx512
 }  // namespace resample
 

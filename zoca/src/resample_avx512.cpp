@@ -279,6 +279,14 @@ RunFn RunFor(int pairs) {
 
 }  // namespace
 
+void Widen(const uint8_t* in, int words, int16_t* out) {
+    for (int i = 0; i < words; i += 32) {
+        const __mmask32 m = Mask32(words - i);
+        _mm512_mask_storeu_epi16(out + i, m,
+                                 _mm512_cvtepu8_epi16(_mm256_maskz_loadu_epi8(m, in + i)));
+    }
+}
+
 void HRow(const HRowJob& j) {
     const HTable& t = *j.table;
     const int pairs = j.axis->taps / 2;
