@@ -354,7 +354,7 @@ int Resample(const Channels& src, int sw, int sh, double left, double top, doubl
     constexpr int kMaxLead = 4;
     const size_t bytes = 2 * (2 * row_words + (ring ? ring_words * V.taps : 0));
     std::unique_ptr<void, FreeDeleter> mem(std::aligned_alloc(64, bytes));
-    std::vector<const void*> rows(V.taps + kMaxLead);
+    std::vector<const void*> rows(V.taps + kMaxLead + 1);
     if (!mem) return ZOCA_ERR_DESTINATION;
     std::memset(mem.get(), 0, 2 * 2 * row_words);
     int16_t* tmp = static_cast<int16_t*>(mem.get());
@@ -389,13 +389,13 @@ int Resample(const Channels& src, int sw, int sh, double left, double top, doubl
         vj.out = tmp;
         hj.shift = kCoefBits + kMidBits;
         for (int y = 0; y < dh; ++y) {
-            // Two output rows whose windows start an even number of rows apart (every
-            // row at 2:1) share most of their row pairs: one pass makes both.
+            // Two output rows whose windows start a few rows apart share most of their
+            // row pairs: one pass makes both.
             const int lead = y + 1 < dh ? V.start[y + 1] - V.start[y] : -1;
-            const bool two = simd == Simd::Avx512 && lead >= 0 && lead <= kMaxLead && lead % 2 == 0;
+            const bool two = simd == Simd::Avx512 && lead >= 0 && lead <= kMaxLead;
             take_rows(y, src_row);
             if (two) {
-                for (int k = V.taps; k < V.taps + lead; ++k)
+                for (int k = V.taps; k < V.taps + lead + (lead & 1); ++k)
                     rows[k] = src_row(std::min(V.start[y] + k, sh - 1));
                 vj.coef2 = &V.coef[static_cast<size_t>(y + 1) * V.taps];
                 vj.lead = lead;

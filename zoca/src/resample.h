@@ -67,9 +67,9 @@ struct HTable {
 
 // Row kernels. Vertical: out[i] = sum_k coef[k] * rows[k][i] over `words` words, rounded
 // by `shift` bits; rows are bytes or (in16) int16. With out2 (byte rows only), also
-// out2[i] = sum_k coef2[k] * rows[lead + k][i], lead even: two output rows that share
-// most of their input rows. Horizontal: n interleaved channels, int16 in (readable up to
-// 64 words past the last tap), bytes or int16 out.
+// out2[i] = sum_k coef2[k] * rows[lead + k][i] (rows holds taps + lead rows, rounded up
+// to even): two output rows that share most of their input rows. Horizontal: n interleaved
+// channels, int16 in (readable up to 64 words past the last tap), bytes or int16 out.
 struct VRowJob {
     const void* const* rows;
     const int16_t* coef;

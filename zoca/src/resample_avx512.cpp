@@ -109,9 +109,9 @@ inline void Store64(const __m512i acc[4], __m128i shift, void* out, int at, __mm
 // Byte rows, U chunks of 64 columns: two in-lane byte unpacks interleave two rows, two
 // more against zero widen the pairs to words. Sum q of a chunk holds columns
 // 16 L + 4 q + 0..3 of each 128-bit lane L; Store64 restores row order. With kTwo, a
-// second output row whose rows start `lead` rows later (lead even) shares the
-// interleaved pairs: step s feeds the first row while s < taps / 2, the second from
-// s = lead / 2 on.
+// second output row whose rows start `lead` rows later shares the
+// interleaved pairs: step s feeds the first row while s < taps / 2, the second (its
+// weights shifted by lead rows) from s = lead / 2 on.
 template <int U, bool kOut16, bool kTwo>
 void VChunksBytes(const VRowJob& j, const int32_t* pairs, const int32_t* pairs2, int lead, int i,
                   __mmask64 last) {
@@ -124,11 +124,11 @@ void VChunksBytes(const VRowJob& j, const int32_t* pairs, const int32_t* pairs2,
     if (kTwo)
         for (int u = 0; u < U; ++u)
             for (int q = 0; q < 4; ++q) acc2[u][q] = round;
-    const int half = j.taps / 2, steps = half + (kTwo ? lead / 2 : 0);
+    const int half = j.taps / 2, steps = kTwo ? (j.taps + lead + 1) / 2 : half;
     for (int st = 0; st < steps; ++st) {
         const bool first = !kTwo || st < half, second = kTwo && st >= lead / 2;
         const __m512i c = _mm512_set1_epi32(first ? pairs[st] : 0);
-        const __m512i c2 = _mm512_set1_epi32(second ? pairs2[st - lead / 2] : 0);
+        const __m512i c2 = _mm512_set1_epi32(second ? pairs2[st] : 0);
         const uint8_t* ra = static_cast<const uint8_t*>(j.rows[2 * st]) + i;
         const uint8_t* rb = static_cast<const uint8_t*>(j.rows[2 * st + 1]) + i;
         for (int u = 0; u < U; ++u) {
@@ -165,7 +165,7 @@ void VRowBytes(const VRowJob& j, const int32_t* pairs, const int32_t* pairs2) {
 
 template <bool kIn16, bool kOut16>
 void VRowOf(const VRowJob& j) {
-    const int pair_count = j.taps / 2 * (j.out2 != nullptr ? 2 : 1);
+    const int pair_count = j.taps / 2 + (j.out2 != nullptr ? (j.taps + j.lead + 1) / 2 : 0);
     constexpr int kHeld = 128;
     int32_t held[kHeld];
     std::vector<int32_t> many;
@@ -177,8 +177,16 @@ void VRowOf(const VRowJob& j) {
     for (int k = 0; k < j.taps; k += 2) pairs[k / 2] = Pair(j.coef + k);
     if (!kIn16) {
         if (j.out2 != nullptr) {
+            // The second row's weights over the shared rows: none for the first `lead`.
             int32_t* pairs2 = pairs + j.taps / 2;
-            for (int k = 0; k < j.taps; k += 2) pairs2[k / 2] = Pair(j.coef2 + k);
+            for (int r = 0; r < j.taps + j.lead; r += 2) {
+                int16_t c[2];
+                for (int t = 0; t < 2; ++t) {
+                    const int k = r + t - j.lead;
+                    c[t] = k >= 0 && k < j.taps ? j.coef2[k] : 0;
+                }
+                pairs2[r / 2] = Pair(c);
+            }
             return VRowBytes<kOut16, true>(j, pairs, pairs2);
         }
         return VRowBytes<kOut16, false>(j, pairs, nullptr);
