@@ -1,7 +1,7 @@
 // AVX2 build of the resampling row kernels. Vertical: two rows at a time, interleaved
 // word by word and multiplied into int32 by weight pairs (vpmaddwd); a row's last
 // partial vector goes to the plain code, which computes the same sums. Horizontal: the
-// tap patterns that need no cross-lane gather (2:1 and the like); the others are plain.
+// windows of the AVX-512 tables, loaded where they can be, gathered where not.
 #include "resample.h"
 
 #if ZOCA_AVX512_BUILD
@@ -68,41 +68,54 @@ void VRow(const VRowJob& j) {
 }
 
 void HRow(const HRowJob& j) {
-    // The AVX-512 tables in halves of 8 outputs (two 128-bit lanes): runs whose pairs lie
-    // as they are or within their lane are vector work here, the rest plain.
+    // The AVX-512 tables in halves of 8 outputs (two 128-bit lanes). Pairs that lie as they
+    // are or within their lane are loaded (and shuffled); others are gathered, one dword
+    // per lane when the pair is two adjacent words (one channel), else one per word.
     const HTable& t = *j.table;
     const int pairs = j.axis->taps / 2;
     const int words = j.outs * j.n;
     const __m256i round = _mm256_set1_epi32(1 << (j.shift - 1));
     const __m128i shift = _mm_cvtsi32_si128(j.shift);
+    const __m256i low = _mm256_set1_epi32(0xffff);
+    const int* in32 = reinterpret_cast<const int*>(j.in);
     int o = 0;
     for (size_t r = 0; r < t.runs.size(); ++r) {
         const HRun& run = t.runs[r];
         const int end = std::min(words, o + 16 * run.blocks);
-        if (run.gather == HRun::kPermute) {
-            plain::HRow(j, o, end);
-            o = end;
-            continue;
-        }
         const int32_t* base = &t.base[r * pairs];
-        const uint8_t* idx = reinterpret_cast<const uint8_t*>(&t.idx[r * pairs * 32]);
+        const uint16_t* idx = &t.idx[r * pairs * 32];
         const int32_t* coef = &t.coef[r * pairs * 16];
+        auto pair_of = [&](int p, ptrdiff_t off, int h) {
+            const int16_t* at = j.in + base[p] + off + 16 * h;
+            const __m256i* ix = reinterpret_cast<const __m256i*>(idx + 32 * p + 16 * h);
+            if (run.gather == HRun::kDirect) {
+                return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at));
+            }
+            if (run.gather == HRun::kInLane) {
+                return _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(at)),
+                                           _mm256_loadu_si256(ix));
+            }
+            // idx holds (lo, hi) word offsets from base per lane; gathers read a dword at
+            // any word (the row has slack past its end).
+            const __m256i from = _mm256_set1_epi32(static_cast<int>(base[p] + off));
+            const __m256i lh = _mm256_loadu_si256(ix);
+            const __m256i lo =
+                _mm256_i32gather_epi32(in32, _mm256_add_epi32(_mm256_and_si256(lh, low), from), 2);
+            if (j.n == 1) return lo;  // hi is lo + 1: the dword holds both
+            const __m256i hi =
+                _mm256_i32gather_epi32(in32, _mm256_add_epi32(_mm256_srli_epi32(lh, 16), from), 2);
+            return _mm256_or_si256(_mm256_and_si256(lo, low), _mm256_slli_epi32(hi, 16));
+        };
         for (int b = 0; b < run.blocks; ++b) {
             for (int h = 0; h < 2; ++h, o += 8) {
                 if (o >= words) break;
                 __m256i acc = round;
                 for (int p = 0; p < pairs; ++p) {
-                    const int16_t* at =
-                        j.in + base[p] + static_cast<ptrdiff_t>(b) * run.step + 16 * h;
-                    __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(at));
-                    if (run.gather == HRun::kInLane) {
-                        v = _mm256_shuffle_epi8(
-                            v, _mm256_loadu_si256(
-                                   reinterpret_cast<const __m256i*>(idx + 64 * p + 32 * h)));
-                    }
                     const __m256i c =
                         _mm256_loadu_si256(reinterpret_cast<const __m256i*>(coef + 16 * p + 8 * h));
-                    acc = _mm256_add_epi32(acc, _mm256_madd_epi16(v, c));
+                    acc = _mm256_add_epi32(
+                        acc,
+                        _mm256_madd_epi16(pair_of(p, static_cast<ptrdiff_t>(b) * run.step, h), c));
                 }
                 acc = _mm256_sra_epi32(acc, shift);
                 // 8 words in order: the pack works per lane, the qword permute joins them.
