@@ -306,22 +306,44 @@ void resample::plain::VRow(const VRowJob& j, int from) {
     }
 }
 
-void resample::plain::HRow(const HRowJob& j, int from, int to) {
+namespace {
+
+// Pixels x0 .. x1 - 1 of N channels: the channels of a tap are summed side by side.
+template <int N>
+void HPixels(const HRowJob& j, int x0, int x1) {
     const Axis& a = *j.axis;
-    const int n = j.n;
-    if (to < 0) to = j.outs * n;
-    for (int o = from; o < to; ++o) {
-        const int x = o / n;
+    for (int x = x0; x < x1; ++x) {
         const int16_t* c = &a.coef[static_cast<size_t>(x) * a.taps];
-        const int16_t* in = j.in + a.start[x] * n + o % n;
-        int32_t acc = 1 << (j.shift - 1);
-        for (int k = 0; k < a.taps; ++k) acc += c[k] * in[k * n];
-        acc >>= j.shift;
-        if (j.out16) {
-            static_cast<int16_t*>(j.out)[o] = static_cast<int16_t>(std::clamp(acc, -32768, 32767));
-        } else {
-            static_cast<uint8_t*>(j.out)[o] = static_cast<uint8_t>(std::clamp(acc, 0, 255));
+        const int16_t* in = j.in + a.start[x] * N;
+        int32_t acc[N];
+        for (int ch = 0; ch < N; ++ch) acc[ch] = 1 << (j.shift - 1);
+        for (int k = 0; k < a.taps; ++k)
+            for (int ch = 0; ch < N; ++ch) acc[ch] += c[k] * in[k * N + ch];
+        for (int ch = 0; ch < N; ++ch) {
+            const int32_t v = acc[ch] >> j.shift;
+            if (j.out16) {
+                static_cast<int16_t*>(j.out)[x * N + ch] =
+                    static_cast<int16_t>(std::clamp(v, -32768, 32767));
+            } else {
+                static_cast<uint8_t*>(j.out)[x * N + ch] =
+                    static_cast<uint8_t>(std::clamp(v, 0, 255));
+            }
         }
+    }
+}
+
+}  // namespace
+
+void resample::plain::HRow(const HRowJob& j) {
+    switch (j.n) {
+        case 1:
+            return HPixels<1>(j, 0, j.outs);
+        case 2:
+            return HPixels<2>(j, 0, j.outs);
+        case 3:
+            return HPixels<3>(j, 0, j.outs);
+        default:
+            return HPixels<4>(j, 0, j.outs);
     }
 }
 

@@ -99,8 +99,8 @@ void HRow(const HRowJob& j, Simd s);
 // Kernels of each build, named apart from the other kernels of the library.
 namespace resample {
 namespace plain {
-void VRow(const VRowJob& j, int from);                   // words from .. words - 1
-void HRow(const HRowJob& j, int from = 0, int to = -1);  // output words from .. to - 1
+void VRow(const VRowJob& j, int from);  // words from .. words - 1
+void HRow(const HRowJob& j);
 }  // namespace plain
 namespace avx2 {
 bool Available();
