@@ -25,6 +25,14 @@ set_target_properties(zimg::zimg PROPERTIES
   IMPORTED_LOCATION ${ZIMG_LIBRARY}
   INTERFACE_INCLUDE_DIRECTORIES ${ZIMG_INCLUDE_DIR})
 
+# Little CMS, for the ICC profiles of picture files.
+find_path(LCMS2_INCLUDE_DIR lcms2.h REQUIRED)
+find_library(LCMS2_LIBRARY lcms2 REQUIRED)
+add_library(lcms2::lcms2 UNKNOWN IMPORTED)
+set_target_properties(lcms2::lcms2 PROPERTIES
+  IMPORTED_LOCATION ${LCMS2_LIBRARY}
+  INTERFACE_INCLUDE_DIRECTORIES ${LCMS2_INCLUDE_DIR})
+
 find_package(Threads REQUIRED)
 
 if(MIVO_BUILD_TESTS)

@@ -21,9 +21,9 @@ using vexa::io::Image;
 Image parse(uint8_t parser, std::FILE* f) {
     switch (parser % 3) {
         case 0:
-            return vexa::io::detail::readPng(f);
+            return vexa::io::detail::readPng(f, true);
         case 1:
-            return vexa::io::detail::readJpeg(f);
+            return vexa::io::detail::readJpeg(f, true);
         default: {
             // Every frame is read, so a damaged later frame is reached too.
             vexa::io::FrameReader reader(f, "fuzz.y4m");
@@ -66,14 +66,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 }
 
 std::vector<std::vector<uint8_t>> fuzzSeeds() {
-    auto picture = [](int colorFormat, int w, int h) {
+    // Tagged pictures, so that the colour tags and ICC profiles are parsed too.
+    auto picture = [](int colorFormat, int w, int h, int colorSpace = 0) {
         Image image{w, h, colorFormat,
                     std::vector<uint8_t>(vexa::io::imageByteSize(colorFormat, w, h))};
+        image.colorSpace = colorSpace;
         for (size_t i = 0; i < image.data.size(); ++i) image.data[i] = static_cast<uint8_t>(i * 7);
         return image;
     };
     return {fileOf(picture(vexa::io::kRgb, 13, 7), ".png", 0),
-            fileOf(picture(vexa::io::kRgba, 5, 9), ".png", 3),
-            fileOf(picture(vexa::io::kRgb, 17, 11), ".jpg", 1),
+            fileOf(picture(vexa::io::kRgba, 5, 9, vexa::io::kSpaceBt709), ".png", 3),
+            fileOf(picture(vexa::io::kRgb, 17, 11, vexa::io::kSpaceBt2020), ".jpg", 1),
             fileOf(picture(vexa::io::kYuv420, 9, 5), ".y4m", 2)};
 }

@@ -106,10 +106,22 @@ void Check(benchmark::State& st, int rc) {
     if (rc != 0) st.SkipWithError("call failed");
 }
 
-// ---- resize: 4K to 1080p and 1080p to 720p, ours (zimg, Lanczos-3) beside libyuv's box ----
+// ---- resize: ours (Lanczos-3 shrinking, Catmull-Rom enlarging) beside libyuv's box and
+// bilinear filters (arg 4: 0 box, 1 bilinear) on the same buffers ----
 
 void ResizeSizes(benchmark::internal::Benchmark* b) {
-    b->Args({3840, 2160, 1920, 1080})->Args({1920, 1080, 1280, 720})->Unit(benchmark::kMillisecond);
+    b->Args({3840, 2160, 1920, 1080})->Args({1920, 1080, 1280, 720})->Args({1280, 720, 1920, 1080});
+    b->Unit(benchmark::kMillisecond);
+}
+void LibyuvResizeSizes(benchmark::internal::Benchmark* b) {
+    for (int filter : {0, 1}) {
+        b->Args({3840, 2160, 1920, 1080, filter})->Args({1920, 1080, 1280, 720, filter});
+        b->Args({1280, 720, 1920, 1080, filter});
+    }
+    b->Unit(benchmark::kMillisecond);
+}
+libyuv::FilterMode FilterOf(const benchmark::State& st) {
+    return st.range(4) != 0 ? libyuv::kFilterBilinear : libyuv::kFilterBox;
 }
 
 template <int kFmt>
@@ -123,7 +135,7 @@ void BM_Rsz_Nv12_Libyuv(benchmark::State& st) {
     Frame dst(ZOCA_CF_NV12, static_cast<int>(st.range(2)), static_cast<int>(st.range(3)), 0);
     for (auto _ : st) {
         libyuv::NV12Scale(src.p(0), src.s(0), src.p(1), src.s(1), src.w(), src.h(), dst.p(0),
-                          dst.s(0), dst.p(1), dst.s(1), dst.w(), dst.h(), libyuv::kFilterBox);
+                          dst.s(0), dst.p(1), dst.s(1), dst.w(), dst.h(), FilterOf(st));
     }
 }
 void BM_Rsz_Rgba_Libyuv(benchmark::State& st) {
@@ -131,13 +143,13 @@ void BM_Rsz_Rgba_Libyuv(benchmark::State& st) {
     Frame dst(ZOCA_CF_RGBA, static_cast<int>(st.range(2)), static_cast<int>(st.range(3)), 0);
     for (auto _ : st) {
         libyuv::ARGBScale(src.p(0), src.s(0), src.w(), src.h(), dst.p(0), dst.s(0), dst.w(),
-                          dst.h(), libyuv::kFilterBox);
+                          dst.h(), FilterOf(st));
     }
 }
 BENCHMARK_TEMPLATE(BM_Rsz_Vexa, ZOCA_CF_NV12)->Apply(ResizeSizes);
-BENCHMARK(BM_Rsz_Nv12_Libyuv)->Apply(ResizeSizes);
+BENCHMARK(BM_Rsz_Nv12_Libyuv)->Apply(LibyuvResizeSizes);
 BENCHMARK_TEMPLATE(BM_Rsz_Vexa, ZOCA_CF_RGBA)->Apply(ResizeSizes);
-BENCHMARK(BM_Rsz_Rgba_Libyuv)->Apply(ResizeSizes);
+BENCHMARK(BM_Rsz_Rgba_Libyuv)->Apply(LibyuvResizeSizes);
 
 // ---- colour conversion: every matrix and range, plain and dithered ----
 

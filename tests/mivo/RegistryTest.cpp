@@ -8,7 +8,7 @@
 #include <functional>
 #include <stdexcept>
 
-#include "TestSupport.h"
+#include "BufferSupport.h"
 #include "mivo/core/buffer/BufferExtension.h"
 #include "mivo/ext/plugin/ImgbView.h"
 
@@ -55,21 +55,6 @@ struct OtherCounter {
     int value = 41;
 };
 
-TEST(Singleton, GetOnANeverResetSingletonGivesOneDefaultInstance) {
-    std::unique_ptr<Counter>& first = Singleton<Counter>::get<>();
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(first->value, 41);
-    EXPECT_EQ(Singleton<Counter>::getBucket<>().once, ~0ul);
-    EXPECT_EQ(&Singleton<Counter>::get(), &first);
-    EXPECT_EQ(Singleton<Counter>::get().get(), first.get());
-
-    Singleton<Counter>::reset(Counter{7});
-    EXPECT_EQ(Singleton<Counter>::get()->value, 7);
-    // A reset before any get also sticks.
-    Singleton<OtherCounter>::reset(OtherCounter{3});
-    EXPECT_EQ(Singleton<OtherCounter>::get()->value, 3);
-}
-
 // Counts its copies; having a copy constructor, it is kept on the heap by std::function.
 struct CountedCall {
     int* copies;
@@ -82,7 +67,21 @@ struct CountedCall {
     }
 };
 
-TEST(Singleton, ResetMovesTheFunctionsItInstalls) {
+// get() on a never-reset singleton gives one default instance; reset() moves in its value.
+TEST(Singleton, GetCreatesOneDefaultInstanceAndResetMovesTheNewOneIn) {
+    std::unique_ptr<Counter>& first = Singleton<Counter>::get<>();
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(first->value, 41);
+    EXPECT_EQ(Singleton<Counter>::getBucket<>().once, ~0ul);
+    EXPECT_EQ(&Singleton<Counter>::get(), &first);
+    EXPECT_EQ(Singleton<Counter>::get().get(), first.get());
+
+    Singleton<Counter>::reset(Counter{7});
+    EXPECT_EQ(Singleton<Counter>::get()->value, 7);
+    // A reset before any get also sticks.
+    Singleton<OtherCounter>::reset(OtherCounter{3});
+    EXPECT_EQ(Singleton<OtherCounter>::get()->value, 3);
+
     using R = Record<9>;
     int copies = 0;
     BufferIdentify<R> identifyCall{CountedCall(&copies)};

@@ -25,10 +25,10 @@ struct Seen {
     int outColorFormat;
     const ImgpOption* option;
 };
-using Runs = std::shared_ptr<std::vector<Seen>>;
+using Runs = std::vector<Seen>;
 
 // A processor answering `results` in turn (0 once they are used up), noting each run.
-Processor scripted(std::vector<int> results, Runs runs) {
+Processor scripted(std::vector<int> results, std::shared_ptr<Runs> runs) {
     auto next = std::make_shared<size_t>(0);
     return [results, runs, next](const Buffer&, Buffer& out,
                                  const std::shared_ptr<ImgpOption>& option) {
@@ -41,8 +41,6 @@ class DispatchTest : public PluginTest {
   protected:
     Buffer in_ = picture(imageFormat(COLOR_FORMAT_NV12, 64, 48, 2));
     std::shared_ptr<ImgpOption> option_ = std::make_shared<ImgpOption>();
-    Runs first_ = std::make_shared<std::vector<Seen>>();
-    Runs second_ = std::make_shared<std::vector<Seen>>();
 
     static Buffer slotPreferring(FormatExtraValue cf) {
         return emptySlot(
@@ -50,70 +48,71 @@ class DispatchTest : public PluginTest {
     }
 };
 
-TEST_F(DispatchTest, EveryProcessorRunsAndOnlyTheLastResultCounts) {
-    Buffer untouched = slotPreferring(COLOR_FORMAT_RGBA);
-    EXPECT_EQ(ListPlugin(option_, {})(in_, untouched), 0);  // an empty list
-    EXPECT_EQ(held(untouched), nullptr);
-    for (const auto& [first, second] : {std::pair{-1, 0}, {0, -1}, {-2, 7}, {-3, 5}}) {
-        first_->clear();
-        second_->clear();
-        Buffer out = picture(imageFormat(COLOR_FORMAT_NV12, 64, 48));
-        ListPlugin plugin(option_, {scripted({first}, first_), scripted({second}, second_)});
-        EXPECT_EQ(plugin(in_, out), second) << first << " then " << second;
-        EXPECT_EQ(first_->size(), 1u);
-        ASSERT_EQ(second_->size(), 1u);
-        EXPECT_EQ(second_->front().option, option_.get());
+// Every processor runs and the last result counts; -3 is retried once, into a new buffer of
+// the input's shape in the preferred colour, only when the output is mutable and has one.
+TEST_F(DispatchTest, ResultsAndTheOneRetryOnAMutableOutputWithAPreferredColor) {
+    constexpr int kPicture = -1, kSlot = 0;  // else: a slot preferring that colour format
+    struct Case {
+        const char* name;
+        std::vector<std::vector<int>> scripts;  // {} is an empty processor
+        int out, result;
+        std::vector<size_t> runs;
+        int made;  // colour format of the buffer the retry put into the slot, 0: none
+    };
+    const Case cases[] = {
+        {"no processors", {}, COLOR_FORMAT_RGBA, 0, {}, 0},
+        {"-1 then 0", {{-1}, {0}}, kPicture, 0, {1, 1}, 0},
+        {"0 then -1", {{0}, {-1}}, kPicture, -1, {1, 1}, 0},
+        {"-2 then 7", {{-2}, {7}}, kPicture, 7, {1, 1}, 0},
+        {"-3 then 5", {{-3}, {5}}, kPicture, 5, {1, 1}, 0},
+        {"immutable output", {{7}, {-3, 9}}, kPicture, -3, {1, 1}, 0},
+        {"no preferred colour", {{-3, 0}}, kSlot, -3, {1}, 0},
+        {"retried", {{-3, 4}}, COLOR_FORMAT_RGBA, 4, {2}, COLOR_FORMAT_RGBA},
+        {"retried once", {{-3, -3, -3}}, COLOR_FORMAT_BGRA, -3, {2}, COLOR_FORMAT_BGRA},
+        {"a later success", {{-3, -3}, {0}}, COLOR_FORMAT_BGRA, 0, {2, 1}, COLOR_FORMAT_BGRA},
+        {"empty processor", {{0}, {}}, kSlot, 0, {1, 0}, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::vector<std::shared_ptr<Runs>> runs;
+        std::vector<Processor> processors;
+        for (const std::vector<int>& script : c.scripts) {
+            runs.push_back(std::make_shared<Runs>());
+            processors.push_back(script.empty() ? Processor() : scripted(script, runs.back()));
+        }
+        Buffer out =
+            c.out == kPicture
+                ? picture(imageFormat(COLOR_FORMAT_NV12, 64, 48, 0,
+                                      withExtra(extra::kPreferredColor, int{COLOR_FORMAT_RGBA})))
+            : c.out == kSlot ? emptySlot(imageFormat(COLOR_FORMAT_RGBA, 30, 20))
+                             : slotPreferring(c.out);
+        const Buffer given = out;
+        ListPlugin plugin(option_, processors);
+        if (c.scripts.empty() || !c.scripts.back().empty()) {
+            EXPECT_EQ(plugin(in_, out), c.result);
+        } else {
+            EXPECT_THROW(plugin(in_, out), std::bad_function_call);
+        }
+        EXPECT_EQ(out, given);
+        for (size_t i = 0; i < runs.size(); ++i) {
+            ASSERT_EQ(runs[i]->size(), c.runs[i]) << i;
+            for (const Seen& seen : *runs[i]) EXPECT_EQ(seen.option, option_.get());
+        }
+        if (c.out == kPicture) continue;
+        const Buffer made = held(out);
+        if (!c.made) {
+            EXPECT_EQ(made, nullptr);
+            continue;
+        }
+        EXPECT_TRUE(runs[0]->front().outEmpty);
+        EXPECT_FALSE((*runs[0])[1].outEmpty);
+        EXPECT_EQ((*runs[0])[1].outColorFormat, c.made);
+        // Colour format from the output's extra; size and colour space from the input.
+        ASSERT_TRUE(hasShape(made, 64, 48, c.made));
+        EXPECT_EQ(made->getFormat()->getColorSpace(), 2);
+        EXPECT_EQ(made->getOption(), nullptr);
+        EXPECT_FALSE(made->isEmpty());
     }
-}
-
-// Without a retry: an immutable output, or no preferred colour.
-TEST_F(DispatchTest, MinusThreeIsOnlyRetriedOnAnEmptySlotWithAPreferredColor) {
-    Buffer out = picture(imageFormat(COLOR_FORMAT_NV12, 64, 48, 0,
-                                     withExtra(extra::kPreferredColor, int{COLOR_FORMAT_RGBA})));
-    const Buffer before = out;
-    ListPlugin plugin(option_, {scripted({7}, first_), scripted({-3, 9}, second_)});
-    EXPECT_EQ(plugin(in_, out), -3);
-    EXPECT_EQ(second_->size(), 1u);
-    EXPECT_EQ(out, before);
-
-    first_->clear();
-    out = emptySlot(imageFormat(COLOR_FORMAT_RGBA, 30, 20));
-    ListPlugin plain(option_, {scripted({-3, 0}, first_)});
-    EXPECT_EQ(plain(in_, out), -3);
-    EXPECT_EQ(first_->size(), 1u);
-    EXPECT_EQ(held(out), nullptr);
-}
-
-TEST_F(DispatchTest, RetryAllocatesTheInputShapeInThePreferredColorOnce) {
-    Buffer out = slotPreferring(COLOR_FORMAT_RGBA);
-    ListPlugin plugin(option_, {scripted({-3, 4}, first_)});
-    EXPECT_EQ(plugin(in_, out), 4);
-    ASSERT_EQ(first_->size(), 2u);
-    EXPECT_TRUE((*first_)[0].outEmpty);
-    EXPECT_FALSE((*first_)[1].outEmpty);
-    EXPECT_EQ((*first_)[1].outColorFormat, COLOR_FORMAT_RGBA);
-    // Colour format from the output's extra; size and colour space from the input.
-    const Buffer made = held(out);
-    ASSERT_TRUE(hasShape(made, 64, 48, COLOR_FORMAT_RGBA));
-    EXPECT_EQ(made->getFormat()->getColorSpace(), 2);
-    EXPECT_EQ(made->getOption(), nullptr);
-    EXPECT_FALSE(made->isEmpty());
-}
-
-TEST_F(DispatchTest, MinusThreeTwiceKeepsTheNewOutputAndIsNotRetriedAgain) {
-    Buffer out = slotPreferring(COLOR_FORMAT_BGRA);
-    ListPlugin plugin(option_, {scripted({-3, -3, -3}, first_)});
-    EXPECT_EQ(plugin(in_, out), -3);
-    EXPECT_EQ(first_->size(), 2u);
-    EXPECT_TRUE(hasShape(held(out), 64, 48, COLOR_FORMAT_BGRA));
-
-    // A later processor's success is the answer even so.
-    first_->clear();
-    Buffer other = slotPreferring(COLOR_FORMAT_BGRA);
-    ListPlugin thenSucceeds(option_, {scripted({-3, -3}, first_), scripted({0}, second_)});
-    EXPECT_EQ(thenSucceeds(in_, other), 0);
-    EXPECT_EQ(first_->size(), 2u);
-    EXPECT_EQ(second_->size(), 1u);
 }
 
 TEST_F(DispatchTest, RetryRunsARealOperationIntoTheNewBuffer) {
@@ -135,18 +134,12 @@ TEST_F(DispatchTest, RetryRunsARealOperationIntoTheNewBuffer) {
     EXPECT_EQ(calls[1].dst.addr[0], reinterpret_cast<uintptr_t>(held(out)->getDirectData()));
 }
 
-TEST_F(DispatchTest, EmptyProcessorThrowsBadFunctionCallAfterTheEarlierOnesRan) {
-    Buffer out = emptySlot(imageFormat(COLOR_FORMAT_RGBA, 30, 20));
-    ListPlugin plugin(option_, {scripted({0}, first_), Processor()});
-    EXPECT_THROW(plugin(in_, out), std::bad_function_call);
-    EXPECT_EQ(first_->size(), 1u);
-}
-
 TEST_F(DispatchTest, PreferredColorMustBeAnIntOtherThanNone) {
     Buffer none = slotPreferring(COLOR_FORMAT_NONE);
-    ListPlugin plugin(option_, {scripted({-3, -3, -3, -3}, first_)});
-    expectAssertion([&] { plugin(in_, none); }, "!(cf != COLOR_FORMAT_NONE)", "%s\nnot supported",
-                    "ext/plugin/VexaPlugin[770] ASSERT(cf != COLOR_FORMAT_NONE) failed.");
+    ListPlugin plugin(option_, {scripted({-3, -3, -3, -3}, std::make_shared<Runs>())});
+    expectAssertion([&] { plugin(in_, none); },
+                    {"!(cf != COLOR_FORMAT_NONE)", "%s\nnot supported",
+                     "ext/plugin/VexaPlugin[770] ASSERT(cf != COLOR_FORMAT_NONE) failed."});
     EXPECT_EQ(held(none), nullptr);
     for (const FormatExtraValue& value :
          {FormatExtraValue(9.0f), FormatExtraValue(true), FormatExtraValue(std::string("rgba"))}) {
@@ -156,40 +149,49 @@ TEST_F(DispatchTest, PreferredColorMustBeAnIntOtherThanNone) {
     }
 }
 
-// Registration happens once however many plugins are built at the same time. Each thread
-// keeps the registry objects it saw right after its constructor; a second registration would
-// have replaced (and freed) the ones seen first.
-TEST(ViewRegistration, ConcurrentConstructionRegistersOnce) {
+// Plugins built and run from many threads at once. The first construction registers the
+// view while others are still constructing; typed access only follows a constructor, so every
+// thread sees the one registration (a second one would have freed the objects seen first) and
+// the plugin's own pixel paths give the single-thread bytes.
+TEST(ViewRegistration, ConcurrentConstructionRegistersOnceAndRunsAlike) {
     using Identify = core::detail::BufferIdentify<_ZOCA_IMGB>;
-    using Transform = core::detail::BufferTransform<_ZOCA_IMGB>;
-    constexpr int kThreads = 16;
+    constexpr int kThreads = 8;
+    std::vector<uint8_t> pixels = randomBytes(64 * 48 * 3 / 2, 3);
+    const Buffer in = CpuMediaBuffer::wrap(imageFormat(COLOR_FORMAT_NV12, 64, 48), pixels.data());
+    // Each thread has its own option: a shared one's reference count would order the threads.
+    auto run = [&in](ext::Operation operation) {
+        auto option = std::make_shared<ImgpOption>();
+        option->set(core::IMGP_OPTION_OWN_FLIP, int32_t{0});
+        option->set(core::IMGP_OPTION_FLIP_TYPE, int32_t{3});
+        ext::VexaPlugin plugin(option, {operation});
+        Buffer out = emptySlot(imageFormat(COLOR_FORMAT_NV12, 32, 24));
+        plugin(in, out);
+        const auto* data = static_cast<const uint8_t*>(held(out)->getDirectData());
+        return std::vector<uint8_t>(data, data + held(out)->getSize());
+    };
     std::atomic<int> waiting{kThreads};
     std::vector<const Identify*> identify(kThreads);
-    std::vector<const Transform*> transform(kThreads);
-    std::vector<int> widths(kThreads);
-    const Buffer in = picture(imageFormat(COLOR_FORMAT_NV12, 18, 10));
-
+    std::vector<std::vector<uint8_t>> downscaled(kThreads), flipped(kThreads);
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             waiting.fetch_sub(1);
             while (waiting.load() > 0) std::this_thread::yield();
-            ext::VexaPlugin plugin(std::make_shared<ImgpOption>(), {ext::Operation::Rsz});
+            downscaled[t] = run(ext::Operation::RszPd);
             identify[t] = core::Singleton<Identify>::getBucket().instance.get();
-            transform[t] = core::Singleton<Transform>::getBucket().instance.get();
-            widths[t] = describe(*in).width[1];
+            flipped[t] = run(ext::Operation::Flip);
         });
     }
     for (std::thread& thread : threads) thread.join();
 
-    ext::VexaPlugin later(nullptr, {});
+    const std::vector<uint8_t> downscaledAlone = run(ext::Operation::RszPd);
+    const std::vector<uint8_t> flippedAlone = run(ext::Operation::Flip);
+    EXPECT_EQ(flippedAlone.size(), pixels.size());
     for (int t = 0; t < kThreads; ++t) {
-        ASSERT_NE(identify[t], nullptr);
         EXPECT_EQ(identify[t], core::Singleton<Identify>::getBucket().instance.get());
-        EXPECT_EQ(transform[t], core::Singleton<Transform>::getBucket().instance.get());
-        // Still alive: calling it would be a use after free under the sanitizer otherwise.
-        EXPECT_EQ((*identify[t])(), MEDIA_BUFFER_TYPE_ZOCA_IMGB);
-        EXPECT_EQ(widths[t], 9);
+        EXPECT_EQ((*identify[t])(), MEDIA_BUFFER_TYPE_ZOCA_IMGB);  // still alive
+        EXPECT_EQ(downscaled[t], downscaledAlone) << t;
+        EXPECT_EQ(flipped[t], flippedAlone) << t;
     }
 }
 

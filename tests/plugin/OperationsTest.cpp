@@ -37,15 +37,6 @@ std::shared_ptr<ImgpOption> optionWith(int id, core::ImgpOptionValue value) {
     return option;
 }
 
-// An empty slot whose wished format has `key` set, when there is a value.
-template <typename T>
-Buffer slotWith(int colorFormat, int cols, int rows, const char* key,
-                const std::optional<T>& value) {
-    return emptySlot(imageFormat(colorFormat, cols, rows, 0, [&](MutableMediaFormat& f) {
-        if (value) f.setExtra(key, *value);
-    }));
-}
-
 // ---------------------------------------------------------------- every operation
 
 struct Named {
@@ -99,8 +90,9 @@ TEST_F(OperationTest, OnlyEmptyMutableOutputsAreAllocated) {
         }
         EXPECT_EQ(held(filled), inside);
         if (!named.function) continue;
-        const Buffer fresh = slotWith(COLOR_FORMAT_NV12, 32, 24, extra::kCropRect,
-                                      std::optional(android::Rect(0, 0, 16, 16)));
+        const Buffer fresh =
+            emptySlot(imageFormat(COLOR_FORMAT_NV12, 32, 24, 0,
+                                  withExtra(extra::kCropRect, android::Rect(0, 0, 16, 16))));
         scriptZocaResults({-2});
         EXPECT_EQ(named.op(*in, *fresh, nullptr), -2);
         takeZocaCalls();
@@ -169,34 +161,14 @@ TEST_F(OperationTest, RszAndCropMakeSizesEvenFor420) {
 TEST_F(OperationTest, CropWithoutRectangleAssertsBeforeDescribingTheOutput) {
     const Buffer in = picture(imageFormat(COLOR_FORMAT_NV12, 64, 48));
     const Buffer out = emptySlot(imageFormat(COLOR_FORMAT_NV12, 32, 24));
-    expectAssertion([&] { Plugin::crop(*in, *out, nullptr); }, "!(cropInfo.has_value())", "%s\n",
-                    "ext/plugin/VexaPlugin[991] ASSERT(cropInfo.has_value()) failed.");
+    expectAssertion([&] { Plugin::crop(*in, *out, nullptr); },
+                    {"!(cropInfo.has_value())", "%s\n",
+                     "ext/plugin/VexaPlugin[991] ASSERT(cropInfo.has_value()) failed."});
     EXPECT_EQ(held(out), nullptr);
     EXPECT_TRUE(takeZocaCalls().empty());
-
-    const Buffer mistyped =
-        slotWith(COLOR_FORMAT_NV12, 32, 24, extra::kCropRect, std::optional(16));
-    EXPECT_THROW(Plugin::crop(*in, *mistyped, nullptr), std::bad_variant_access);
-    EXPECT_EQ(held(mistyped), nullptr);
 }
 
 // Whole-shape copies: no rounding, the input's colour format and colour space.
-TEST_F(OperationTest, RszPdAndRszCscCopyTheWishedShapeAsItIs) {
-    const Buffer in = picture(imageFormat(COLOR_FORMAT_NV12, 64, 48, 2));
-    const Buffer pd = emptySlot(imageFormat(COLOR_FORMAT_RGB, 21, 15, 33));
-    EXPECT_EQ(Plugin::rszPd(*in, *pd, nullptr), 0);
-    EXPECT_TRUE(takeZocaCalls().empty());
-    ASSERT_TRUE(hasShape(held(pd), 21, 15, COLOR_FORMAT_NV12));
-    EXPECT_EQ(held(pd)->getFormat()->getColorSpace(), 2);
-
-    // rszCsc takes the colour format from the wish as well, but keeps the colour space.
-    const Buffer out = emptySlot(imageFormat(COLOR_FORMAT_NV21, 101, 51, 33));
-    const ZocaCall call = runPlain(&Plugin::rszCsc, *in, *out, "vexa_rsz");
-    EXPECT_TRUE(hasShape(held(out), 101, 51, COLOR_FORMAT_NV21));
-    EXPECT_EQ(call.dst.colorFormat, ZOCA_CF_NV21);
-    EXPECT_EQ(call.dst.colorSpace, ZOCA_CS_BT709);
-}
-
 TEST_F(OperationTest, RotatingOperationsSwapFor90And270WithoutRounding) {
     struct Rotating {
         const char* name;
@@ -237,33 +209,51 @@ TEST_F(OperationTest, RotatingOperationsSwapFor90And270WithoutRounding) {
 
 // ---------------------------------------------------------------- csc
 
-TEST_F(OperationTest, CscTargetPrecedence) {
+// The target is the option's, else the wish's "preferred-color", else the wish's own format.
+// Two-plane YUV to and from rgba runs in full-range BT.601 whatever the records say;
+// "dithering" picks the dither function; one colour format on both sides is a copy.
+TEST_F(OperationTest, CscTargetFunctionAndColorSpace) {
     struct Case {
         const char* what;
+        int from, to;
         std::shared_ptr<ImgpOption> option;
-        std::optional<int> preferred;
+        int preferred;  // 0: none
+        bool dither;
         int expected;
+        const char* function;
+        bool override;
     };
+    constexpr int kNv12 = COLOR_FORMAT_NV12, kNv21 = COLOR_FORMAT_NV21, kRgba = COLOR_FORMAT_RGBA,
+                  kArgb = COLOR_FORMAT_ARGB, kBgr = COLOR_FORMAT_BGR, kBgra = COLOR_FORMAT_BGRA;
     // clang-format off
     const Case cases[] = {
-        {"option int over extra", optionWith(12, int32_t{9}), COLOR_FORMAT_BGR, COLOR_FORMAT_RGBA},
-        {"option ColorFormat", optionWith(12, COLOR_FORMAT_BGRA), COLOR_FORMAT_BGR, COLOR_FORMAT_BGRA},
-        {"extra over output", nullptr, COLOR_FORMAT_BGR, COLOR_FORMAT_BGR},
-        {"empty option", std::make_shared<ImgpOption>(), COLOR_FORMAT_BGR, COLOR_FORMAT_BGR},
-        {"other ids only", optionWith(8, int32_t{9}), COLOR_FORMAT_BGR, COLOR_FORMAT_BGR},
-        {"output's own", nullptr, std::nullopt, COLOR_FORMAT_ARGB},
-    };
+        {"option int over extra", kNv12, kArgb, optionWith(12, int32_t{9}), kBgr, false, kRgba, "vexa_csc", true},
+        {"option ColorFormat", kNv12, kArgb, optionWith(12, kBgra), kBgr, false, kBgra, "vexa_csc", false},
+        {"extra over output", kNv12, kArgb, nullptr, kBgr, false, kBgr, "vexa_csc", false},
+        {"empty option", kNv12, kArgb, std::make_shared<ImgpOption>(), kBgr, false, kBgr, "vexa_csc", false},
+        {"other ids only", kNv12, kArgb, optionWith(8, int32_t{9}), kBgr, false, kBgr, "vexa_csc", false},
+        {"nv12 to argb", kNv12, kArgb, nullptr, 0, false, kArgb, "vexa_csc", false},
+        {"nv12 to rgba", kNv12, kRgba, nullptr, 0, false, kRgba, "vexa_csc", true},
+        {"nv21 to rgba", kNv21, kRgba, nullptr, 0, false, kRgba, "vexa_csc", true},
+        {"rgba to nv12", kRgba, kNv12, nullptr, 0, false, kNv12, "vexa_csc", true},
+        {"rgba to nv21", kRgba, kNv21, nullptr, 0, false, kNv21, "vexa_csc", true},
+        {"nv12 to bgra", kNv12, kBgra, nullptr, 0, false, kBgra, "vexa_csc", false},
+        {"yuv420 to rgba", COLOR_FORMAT_YUV420, kRgba, nullptr, 0, false, kRgba, "vexa_csc", false},
+        {"rgb to nv12", COLOR_FORMAT_RGB, kNv12, nullptr, 0, false, kNv12, "vexa_csc", false},
+        {"dithered", kNv12, kRgba, nullptr, 0, true, kRgba, "vexa_csc_dither", true},
+        {"same format", kNv12, kNv12, nullptr, 0, true, kNv12, "vexa_rsz", false}};
     // clang-format on
-    const Buffer in = picture(imageFormat(COLOR_FORMAT_NV12, 64, 48));
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        const Buffer out = slotWith(COLOR_FORMAT_ARGB, 8, 8, extra::kPreferredColor, c.preferred);
-        // nv12 to rgba also sets colour space 1 on both records.
-        const std::optional<int> space =
-            c.expected == COLOR_FORMAT_RGBA ? std::optional<int>(ZOCA_CS_BT601_FULL) : std::nullopt;
-        const ZocaCall call = runPlain(&Plugin::csc, *in, *out, "vexa_csc", c.option, space);
-        EXPECT_TRUE(hasShape(held(out), 64, 48, c.expected));
-        EXPECT_EQ(call.dst.colorFormat, ext::detail::toImgbColorFormat(c.expected));
+        const Buffer in = picture(imageFormat(c.from, 32, 16, 3));
+        const Buffer out = emptySlot(imageFormat(c.to, 8, 8, 5, [&c](MutableMediaFormat& f) {
+            f.setExtra(extra::kDithering, c.dither);
+            if (c.preferred) f.setExtra(extra::kPreferredColor, c.preferred);
+        }));
+        // The output copies the input's size and colour space.
+        runPlain(&Plugin::csc, *in, *out, c.function, c.option,
+                 c.override ? ZOCA_CS_BT601_FULL : ZOCA_CS_BT2020);
+        EXPECT_TRUE(hasShape(held(out), 32, 16, c.expected));
     }
 }
 
@@ -314,166 +304,138 @@ TEST_F(OperationTest, CscTrimsOddSizesFor420TargetsWithAWarning) {
     }
 }
 
-TEST_F(OperationTest, CscColorSpaceOverrideOnlyBetweenTwoPlaneYuvAndRgba) {
-    // clang-format off
-    struct Case { int from, to; bool override; };
-    const Case cases[] = {
-        {COLOR_FORMAT_NV12, COLOR_FORMAT_RGBA, true}, {COLOR_FORMAT_NV21, COLOR_FORMAT_RGBA, true},
-        {COLOR_FORMAT_RGBA, COLOR_FORMAT_NV12, true}, {COLOR_FORMAT_RGBA, COLOR_FORMAT_NV21, true},
-        {COLOR_FORMAT_NV12, COLOR_FORMAT_BGRA, false}, {COLOR_FORMAT_YUV420, COLOR_FORMAT_RGBA, false},
-        {COLOR_FORMAT_NV12, COLOR_FORMAT_ARGB, false}, {COLOR_FORMAT_RGB, COLOR_FORMAT_NV12, false}};
-    // clang-format on
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::to_string(c.from) + " -> " + std::to_string(c.to));
-        const Buffer in = picture(imageFormat(c.from, 32, 16, 3));
-        const Buffer out = emptySlot(imageFormat(c.to, 32, 16, 5));
-        // The output copies the input's colour space.
-        runPlain(&Plugin::csc, *in, *out, "vexa_csc", nullptr,
-                 c.override ? ZOCA_CS_BT601_FULL : ZOCA_CS_BT2020);
-    }
-}
-
-TEST_F(OperationTest, CscDitheringPicksTheDitherFunctionUnlessFormatsMatch) {
-    const Buffer in = picture(imageFormat(COLOR_FORMAT_NV12, 32, 16));
-    auto dithered = [](int cf, bool on) {
-        return imageFormat(cf, 32, 16, 0, withExtra(extra::kDithering, on));
-    };
-    runPlain(&Plugin::csc, *in, *emptySlot(dithered(COLOR_FORMAT_RGBA, true)), "vexa_csc_dither",
-             nullptr, ZOCA_CS_BT601_FULL);
-    runPlain(&Plugin::csc, *in, *emptySlot(dithered(COLOR_FORMAT_RGBA, false)), "vexa_csc", nullptr,
-             ZOCA_CS_BT601_FULL);
-    // Same colour format, into an existing picture or through an empty slot.
-    runPlain(&Plugin::csc, *in, *picture(dithered(COLOR_FORMAT_NV12, true)), "vexa_rsz");
-    runPlain(&Plugin::csc, *in, *emptySlot(dithered(COLOR_FORMAT_NV12, true)), "vexa_rsz");
-}
-
-TEST_F(OperationTest, CscMistypedInputsThrowBeforeAllocating) {
+// A mistyped extra or option throws before anything is allocated or called.
+TEST_F(OperationTest, MistypedExtrasAndOptionsThrowBeforeAllocating) {
     struct Case {
         const char* what;
+        Operation op;  // nullptr: flip
         std::shared_ptr<ImgpOption> option;
-        std::optional<FormatExtraValue> dithering, preferred;
+        FormatEdit in, out;
     };
-    // clang-format off
     const Case cases[] = {
-        {"dithering int", nullptr, FormatExtraValue(1), std::nullopt},
-        {"preferred float", nullptr, std::nullopt, FormatExtraValue(9.0f)},
-        {"preferred rect", nullptr, std::nullopt, FormatExtraValue(android::Rect())},
-        {"option bool", optionWith(12, true), std::nullopt, std::nullopt},
-        {"option uint32", optionWith(12, uint32_t{9}), std::nullopt, std::nullopt},
-        {"option string", optionWith(12, std::string("rgba")), std::nullopt, std::nullopt},
+        {"crop rectangle", &Plugin::crop, nullptr, {}, withExtra(extra::kCropRect, 16)},
+        {"csc dithering", &Plugin::csc, nullptr, {}, withExtra(extra::kDithering, 1)},
+        {"csc preferred float", &Plugin::csc, nullptr, {}, withExtra(extra::kPreferredColor, 9.0f)},
+        {"csc preferred rect",
+         &Plugin::csc,
+         nullptr,
+         {},
+         withExtra(extra::kPreferredColor, android::Rect())},
+        {"csc option bool", &Plugin::csc, optionWith(12, true), {}, {}},
+        {"csc option uint32", &Plugin::csc, optionWith(12, uint32_t{9}), {}, {}},
+        {"csc option string", &Plugin::csc, optionWith(12, std::string("rgba")), {}, {}},
+        {"hdr type", &Plugin::hdrToSdr, nullptr, withExtra(extra::kHdrType, 3.0f), {}},
+        {"flip option bool", nullptr, optionWith(8, true), {}, {}},
+        {"flip option format", nullptr, optionWith(8, COLOR_FORMAT_NV12), {}, {}},
+        {"flip option float", nullptr, optionWith(8, 1.0f), {}, {}},
+        {"flip type float", nullptr, nullptr, {}, withExtra(extra::kFlipType, 1.0f)},
+        {"flip type bool behind option 0",
+         nullptr,
+         optionWith(8, int32_t{0}),
+         {},
+         withExtra(extra::kFlipType, true)},
     };
-    // clang-format on
-    const Buffer in = picture(imageFormat(COLOR_FORMAT_NV12, 32, 16));
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        const Buffer out =
-            emptySlot(imageFormat(COLOR_FORMAT_RGBA, 32, 16, 0, [&c](MutableMediaFormat& f) {
-                if (c.dithering) f.setExtra(extra::kDithering, *c.dithering);
-                if (c.preferred) f.setExtra(extra::kPreferredColor, *c.preferred);
-            }));
-        EXPECT_THROW(Plugin::csc(*in, *out, c.option), std::bad_variant_access);
+        const Buffer in = picture(imageFormat(COLOR_FORMAT_NV12, 32, 16, 3, c.in));
+        Buffer out = emptySlot(imageFormat(COLOR_FORMAT_RGBA, 32, 16, 0, c.out));
+        if (c.op) {
+            EXPECT_THROW(c.op(*in, *out, c.option), std::bad_variant_access);
+        } else {
+            EXPECT_THROW(Plugin::flip(in, out, c.option), std::bad_variant_access);
+        }
         EXPECT_EQ(held(out), nullptr);
         EXPECT_TRUE(takeZocaCalls().empty());
     }
 }
 
-// ---------------------------------------------------------------- cgc, hdrToSdr
+// ---------------------------------------------------------------- the rest
 
-TEST_F(OperationTest, CgcTargetsTheWishedColorSpaceWithTheInputShape) {
-    const Buffer in = picture(imageFormat(COLOR_FORMAT_NV12, 64, 48, 2));
-    for (const int wished : {33, 2, 19}) {
-        const Buffer out = emptySlot(imageFormat(COLOR_FORMAT_RGBA, 8, 6, wished));
-        const ZocaCall call = runPlain(&Plugin::cgc, *in, *out, "vexa_cgc");
-        ASSERT_TRUE(hasShape(held(out), 64, 48, COLOR_FORMAT_NV12));
-        EXPECT_EQ(held(out)->getFormat()->getColorSpace(), wished);
-        EXPECT_EQ(call.src.colorSpace, ZOCA_CS_BT709);
-        EXPECT_EQ(call.dst.colorSpace, ext::detail::toImgbColorSpace(wished));
-    }
+FormatEdit hdrType(int type) {
+    return withExtra(extra::kHdrType, type);
+}
+FormatEdit flipType(int type) {
+    return withExtra(extra::kFlipType, type);
+}
+FormatEdit space(int colorSpace) {
+    return [colorSpace](MutableMediaFormat& f) { f.setColorSpace(colorSpace); };
 }
 
-TEST_F(OperationTest, HdrTypeSelectsTheToneMappingMode) {
-    const std::pair<std::optional<int>, int> cases[] = {
-        {std::nullopt, 1}, {0, 1},       {1, 1}, {2, 1}, {3, 3}, {4, 2}, {5, 4}, {6, 1},
-        {-1, 1},           {INT_MIN, 1},
-    };
-    for (const auto& [hdrType, mode] : cases) {
-        SCOPED_TRACE(hdrType.value_or(-999));
-        const Buffer in =
-            picture(imageFormat(COLOR_FORMAT_NV12, 32, 16, 3, [&](MutableMediaFormat& f) {
-                if (hdrType) f.setExtra(extra::kHdrType, *hdrType);
-            }));
-        const Buffer out = emptySlot(imageFormat(COLOR_FORMAT_RGBA, 8, 8));
-        EXPECT_EQ(runPlain(&Plugin::hdrToSdr, *in, *out, "vexa_hdr_to_sdr").argument, mode);
-        ASSERT_TRUE(hasShape(held(out), 32, 16, COLOR_FORMAT_NV12));
-        EXPECT_EQ(getExtraAs<int>(*held(out)->getFormat(), extra::kHdrType), 1);
-    }
-}
-
-TEST_F(OperationTest, HdrTypeIsOnlyWrittenOnAFreshOutputAndMustBeAnInt) {
-    const Buffer in =
-        picture(imageFormat(COLOR_FORMAT_NV12, 32, 16, 3, withExtra(extra::kHdrType, 4)));
-    const Buffer existing =
-        picture(imageFormat(COLOR_FORMAT_NV12, 32, 16, 0, withExtra(extra::kHdrType, 7)));
-    EXPECT_EQ(runPlain(&Plugin::hdrToSdr, *in, *existing, "vexa_hdr_to_sdr").argument, 2);
-    EXPECT_EQ(getExtraAs<int>(*existing->getFormat(), extra::kHdrType), 7);
-
-    const Buffer mistyped =
-        picture(imageFormat(COLOR_FORMAT_NV12, 32, 16, 3, withExtra(extra::kHdrType, 3.0f)));
-    const Buffer out = emptySlot(imageFormat(COLOR_FORMAT_NV12, 32, 16));
-    EXPECT_THROW(Plugin::hdrToSdr(*mistyped, *out, nullptr), std::bad_variant_access);
-    EXPECT_EQ(held(out), nullptr);
-}
-
-// ---------------------------------------------------------------- flip, library path
-
-TEST_F(OperationTest, FlipTypeFromOptionOrExtraBecomesTheLibraryCode) {
+// From an nv12 31x17 input in colour space 2, wishing for rgba 13x7 in colour space 33: the
+// new output's shape, format and space, and the call's function and argument; the call's
+// records are the untouched descriptors of the input and the new output.
+TEST_F(OperationTest, NewOutputAndTheCallOfTheOtherOperations) {
     struct Case {
         const char* what;
+        Operation op;  // nullptr: flip
+        FormatEdit in, wish;
         std::shared_ptr<ImgpOption> option;
-        std::optional<int> extraType;
-        int code;
+        const char* function;  // nullptr: no call
+        int argument, cols, rows, colorFormat, colorSpace;
     };
+    constexpr int kNv12 = COLOR_FORMAT_NV12, kRgba = COLOR_FORMAT_RGBA, kNone = ZOCA_ROT_NONE;
+    // clang-format off
     const Case cases[] = {
-        {"extra 1", nullptr, 1, ZOCA_ROT_MIRROR_H},
-        {"extra 2", nullptr, 2, ZOCA_ROT_MIRROR_V},
-        {"extra 3 is a copy", nullptr, 3, ZOCA_ROT_NONE},
-        {"extra 0", nullptr, 0, ZOCA_ROT_NONE},
-        {"extra 7", nullptr, 7, ZOCA_ROT_NONE},
-        {"absent", nullptr, std::nullopt, ZOCA_ROT_NONE},
-        {"option int over extra", optionWith(8, int32_t{2}), 1, ZOCA_ROT_MIRROR_V},
-        {"option uint32", optionWith(8, uint32_t{1}), 2, ZOCA_ROT_MIRROR_H},
-        {"option 0 defers", optionWith(8, int32_t{0}), 2, ZOCA_ROT_MIRROR_V},
-        {"option 3 is a copy", optionWith(8, int32_t{3}), 1, ZOCA_ROT_NONE},
-        {"empty option", std::make_shared<ImgpOption>(), 1, ZOCA_ROT_MIRROR_H},
+        // Whole-shape copies: no rounding; rszCsc takes the wished colour format too.
+        {"rszPd", &Plugin::rszPd, {}, {}, nullptr, nullptr, 0, 13, 7, kNv12, 2},
+        {"rszCsc", &Plugin::rszCsc, {}, {}, nullptr, "vexa_rsz", -1, 13, 7, kRgba, 2},
+        {"cgc", &Plugin::cgc, {}, {}, nullptr, "vexa_cgc", -1, 31, 17, kNv12, 33},
+        {"cgc to 19", &Plugin::cgc, {}, space(19), nullptr, "vexa_cgc", -1, 31, 17, kNv12, 19},
+        {"cgc to its own", &Plugin::cgc, {}, space(2), nullptr, "vexa_cgc", -1, 31, 17, kNv12, 2},
+        // The input's "hdr-type" picks the mode.
+        {"hdr absent", &Plugin::hdrToSdr, {}, {}, nullptr, "vexa_hdr_to_sdr", 1, 31, 17, kNv12, 2},
+        {"hdr 0", &Plugin::hdrToSdr, hdrType(0), {}, nullptr, "vexa_hdr_to_sdr", 1, 31, 17, kNv12, 2},
+        {"hdr 2", &Plugin::hdrToSdr, hdrType(2), {}, nullptr, "vexa_hdr_to_sdr", 1, 31, 17, kNv12, 2},
+        {"hdr 3", &Plugin::hdrToSdr, hdrType(3), {}, nullptr, "vexa_hdr_to_sdr", 3, 31, 17, kNv12, 2},
+        {"hdr 4", &Plugin::hdrToSdr, hdrType(4), {}, nullptr, "vexa_hdr_to_sdr", 2, 31, 17, kNv12, 2},
+        {"hdr 5", &Plugin::hdrToSdr, hdrType(5), {}, nullptr, "vexa_hdr_to_sdr", 4, 31, 17, kNv12, 2},
+        {"hdr 6", &Plugin::hdrToSdr, hdrType(6), {}, nullptr, "vexa_hdr_to_sdr", 1, 31, 17, kNv12, 2},
+        {"hdr -1", &Plugin::hdrToSdr, hdrType(-1), {}, nullptr, "vexa_hdr_to_sdr", 1, 31, 17, kNv12, 2},
+        {"hdr min", &Plugin::hdrToSdr, hdrType(INT_MIN), {}, nullptr, "vexa_hdr_to_sdr", 1, 31, 17, kNv12, 2},
+        // The flip type, from the option or the wish's extra, becomes a library code.
+        {"flip 1", nullptr, {}, flipType(1), nullptr, "vexa_rot", ZOCA_ROT_MIRROR_H, 31, 17, kNv12, 2},
+        {"flip 2", nullptr, {}, flipType(2), nullptr, "vexa_rot", ZOCA_ROT_MIRROR_V, 31, 17, kNv12, 2},
+        {"flip 3 is a copy", nullptr, {}, flipType(3), nullptr, "vexa_rot", kNone, 31, 17, kNv12, 2},
+        {"flip 0", nullptr, {}, flipType(0), nullptr, "vexa_rot", kNone, 31, 17, kNv12, 2},
+        {"flip 7", nullptr, {}, flipType(7), nullptr, "vexa_rot", kNone, 31, 17, kNv12, 2},
+        {"flip absent", nullptr, {}, {}, nullptr, "vexa_rot", kNone, 31, 17, kNv12, 2},
+        {"option int over extra", nullptr, {}, flipType(1), optionWith(8, int32_t{2}), "vexa_rot",
+         ZOCA_ROT_MIRROR_V, 31, 17, kNv12, 2},
+        {"option uint32", nullptr, {}, flipType(2), optionWith(8, uint32_t{1}), "vexa_rot",
+         ZOCA_ROT_MIRROR_H, 31, 17, kNv12, 2},
+        {"option 0 defers", nullptr, {}, flipType(2), optionWith(8, int32_t{0}), "vexa_rot",
+         ZOCA_ROT_MIRROR_V, 31, 17, kNv12, 2},
+        {"option 3 is a copy", nullptr, {}, flipType(1), optionWith(8, int32_t{3}), "vexa_rot",
+         kNone, 31, 17, kNv12, 2},
+        {"empty option", nullptr, {}, flipType(1), std::make_shared<ImgpOption>(), "vexa_rot",
+         ZOCA_ROT_MIRROR_H, 31, 17, kNv12, 2},
     };
-    const Buffer in = picture(imageFormat(COLOR_FORMAT_NV12, 31, 17));
+    // clang-format on
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        Buffer out = slotWith(COLOR_FORMAT_RGBA, 8, 8, extra::kFlipType, c.extraType);
-        EXPECT_EQ(Plugin::flip(in, out, c.option), 0);
+        const Buffer in = picture(imageFormat(kNv12, 31, 17, 2, c.in));
+        Buffer out = emptySlot(imageFormat(kRgba, 13, 7, 33, c.wish));
+        EXPECT_EQ(c.op ? c.op(*in, *out, c.option) : Plugin::flip(in, out, c.option), 0);
+        ASSERT_TRUE(hasShape(held(out), c.cols, c.rows, c.colorFormat));
+        EXPECT_EQ(held(out)->getFormat()->getColorSpace(), c.colorSpace);
+        if (c.op == &Plugin::hdrToSdr) {
+            EXPECT_EQ(getExtraAs<int>(*held(out)->getFormat(), extra::kHdrType), 1);
+        }
+        if (!c.function) {
+            EXPECT_TRUE(takeZocaCalls().empty());
+            continue;
+        }
         const ZocaCall call = onlyCall();
-        EXPECT_EQ(call.function, "vexa_rot");
-        EXPECT_EQ(call.argument, c.code);
-        ASSERT_TRUE(hasShape(held(out), 31, 17, COLOR_FORMAT_NV12));
+        EXPECT_EQ(call.function, c.function);
+        EXPECT_EQ(call.argument, c.argument);
         EXPECT_TRUE(sameBytes(call.src, describe(*in)));
         EXPECT_TRUE(sameBytes(call.dst, describe(*held(out))));
     }
-}
-
-TEST_F(OperationTest, FlipMistypedTypesThrow) {
-    const std::pair<std::shared_ptr<ImgpOption>, std::optional<FormatExtraValue>> cases[] = {
-        {optionWith(8, true), std::nullopt},
-        {optionWith(8, COLOR_FORMAT_NV12), std::nullopt},
-        {optionWith(8, 1.0f), std::nullopt},
-        {nullptr, FormatExtraValue(1.0f)},
-        {optionWith(8, int32_t{0}), FormatExtraValue(true)},  // a bool behind option 0
-    };
-    const Buffer in = picture(imageFormat(COLOR_FORMAT_NV12, 32, 16));
-    for (const auto& [option, extraType] : cases) {
-        Buffer out = slotWith(COLOR_FORMAT_NV12, 32, 16, extra::kFlipType, extraType);
-        EXPECT_THROW(Plugin::flip(in, out, option), std::bad_variant_access);
-        EXPECT_EQ(held(out), nullptr);
-    }
+    // An existing output keeps its "hdr-type".
+    const Buffer in = picture(imageFormat(kNv12, 32, 16, 3, hdrType(4)));
+    const Buffer existing = picture(imageFormat(kNv12, 32, 16, 0, hdrType(7)));
+    EXPECT_EQ(runPlain(&Plugin::hdrToSdr, *in, *existing, "vexa_hdr_to_sdr").argument, 2);
+    EXPECT_EQ(getExtraAs<int>(*existing->getFormat(), extra::kHdrType), 7);
 }
 
 }  // namespace

@@ -182,23 +182,6 @@ TEST_F(DownscaleTest, KernelsMatchPlainAndReference) {
     }
 }
 
-TEST_F(DownscaleTest, RowsBelowTheLastWholeBlockAreIgnored) {
-    for (const int cf : {COLOR_FORMAT_NV12, COLOR_FORMAT_YUV420}) {
-        Image first = sourceImage(cf, 16, 9, 5, false);
-        Image second(cf, 16, 9, first.bytes);
-        // Luma row 8 and the last chroma rows lie beyond bh * k.
-        std::fill(second.bytes.begin() + 16 * 8, second.bytes.begin() + 16 * 9, 0);
-        for (int q = 1; q <= (cf == COLOR_FORMAT_YUV420 ? 2 : 1); ++q) {
-            uint8_t* last =
-                const_cast<uint8_t*>(second.plane(q)) +
-                static_cast<size_t>(second.record.height[q] - 1) * second.record.stride[q];
-            std::fill(last, last + second.record.stride[q], 255);
-        }
-        EXPECT_EQ(downscaleAll(first, 8, 4).bytes, downscaleAll(second, 8, 4).bytes) << cf;
-        EXPECT_NE(first.bytes, second.bytes);
-    }
-}
-
 TEST_F(DownscaleTest, WiderOutputComputesNothing) {
     const Image src = sourceImage(COLOR_FORMAT_NV12, 16, 8, 9, false);
     Image dst(COLOR_FORMAT_NV12, 32, 16);
@@ -244,16 +227,6 @@ TEST_F(DownscaleTest, UnevenFactorWritesExactlyTheBytesInsideEachPlane) {
             }
         }
     }
-}
-
-TEST_F(DownscaleTest, OperationFillsAFreshOutput) {
-    const Image src = sourceImage(COLOR_FORMAT_NV21, 40, 24, 13, false);
-    const Buffer out = emptySlot(imageFormat(COLOR_FORMAT_NV21, 20, 12));
-    EXPECT_EQ(Plugin::rszPd(*src.buffer, *out, nullptr), 0);
-    ASSERT_NE(held(out), nullptr);
-    const Image expected = downscaleAll(src, 20, 12);
-    const uint8_t* made = static_cast<const uint8_t*>(held(out)->getDirectData());
-    EXPECT_TRUE(std::equal(made, made + 20 * 12 + 20 * 6, expected.bytes.begin()));
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 #ifndef MIVO_TESTS_PLUGIN_PLUGINTESTSUPPORT_H
 #define MIVO_TESTS_PLUGIN_PLUGINTESTSUPPORT_H
 
-#include "LogDouble.h"
+#include "BufferSupport.h"
 #include "ZocaRecorder.h"
 #include "mivo/core/buffer/BufferExtension.h"
 #include "mivo/core/buffer/MediaBuffer.h"
@@ -26,21 +26,7 @@ using core::MediaBuffer;
 using core::OutputSlot;
 using core::detail::CpuMediaBuffer;
 using Plugin = ext::detail::VexaPluginBase;
-using FormatEdit = std::function<void(MutableMediaFormat&)>;
 using Buffer = std::shared_ptr<MediaBuffer>;
-
-inline std::shared_ptr<MediaFormat> imageFormat(int colorFormat, int cols, int rows,
-                                                int colorSpace = COLOR_SPACE_UNKNOWN,
-                                                const FormatEdit& edit = {}) {
-    std::unique_ptr<MutableMediaFormat> format =
-        makeImageFormat(colorFormat, cols, rows, colorSpace);
-    if (edit) edit(*format);
-    return format->freeze();
-}
-
-inline FormatEdit withExtra(const char* key, FormatExtraValue value) {
-    return [key, value](MutableMediaFormat& f) { f.setExtra(key, value); };
-}
 
 // An owned, zero-filled picture: immutable and not empty.
 inline std::shared_ptr<MediaBuffer> picture(const std::shared_ptr<MediaFormat>& format) {
@@ -94,20 +80,6 @@ inline ::testing::AssertionResult hasShape(const std::shared_ptr<MediaBuffer>& b
     return ::testing::AssertionFailure()
            << buffer->getCols() << "x" << buffer->getRows() << " in " << cf << ", not " << cols
            << "x" << rows << " in " << colorFormat;
-}
-
-// Runs f, which must fail the plugin's assertion with exactly these arguments.
-template <typename F>
-void expectAssertion(F&& f, const char* condition, const char* format, const char* message) {
-    try {
-        f();
-        ADD_FAILURE() << "no assertion";
-    } catch (const AssertionFailure& failure) {
-        EXPECT_EQ(failure.condition, condition);
-        EXPECT_EQ(failure.tag, "MivoVexaPlugin");
-        EXPECT_EQ(failure.format, format);
-        EXPECT_EQ(failure.message, message);
-    }
 }
 
 inline std::vector<uint8_t> randomBytes(size_t n, unsigned seed) {

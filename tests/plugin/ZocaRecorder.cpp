@@ -10,7 +10,6 @@ struct Recorder {
     std::mutex lock;
     std::vector<ZocaCall> calls;
     std::deque<int> results;
-    std::function<void(const ZocaCall&)> action;
 };
 
 Recorder& recorder() {
@@ -20,19 +19,11 @@ Recorder& recorder() {
 
 int record(const char* function, const _ZOCA_IMGB* src, const _ZOCA_IMGB* dst, int argument) {
     Recorder& r = recorder();
-    ZocaCall call{function, *src, *dst, argument};
-    std::function<void(const ZocaCall&)> action;
-    int result = 0;
-    {
-        std::lock_guard<std::mutex> guard(r.lock);
-        r.calls.push_back(call);
-        if (!r.results.empty()) {
-            result = r.results.front();
-            r.results.pop_front();
-        }
-        action = r.action;
-    }
-    if (action) action(call);
+    std::lock_guard<std::mutex> guard(r.lock);
+    r.calls.push_back({function, *src, *dst, argument});
+    if (r.results.empty()) return 0;
+    const int result = r.results.front();
+    r.results.pop_front();
     return result;
 }
 
@@ -50,16 +41,10 @@ void scriptZocaResults(std::vector<int> results) {
     recorder().results.assign(results.begin(), results.end());
 }
 
-void onZocaCall(std::function<void(const ZocaCall&)> action) {
-    std::lock_guard<std::mutex> guard(recorder().lock);
-    recorder().action = std::move(action);
-}
-
 void resetZoca() {
     std::lock_guard<std::mutex> guard(recorder().lock);
     recorder().calls.clear();
     recorder().results.clear();
-    recorder().action = nullptr;
 }
 
 }  // namespace mivo::test

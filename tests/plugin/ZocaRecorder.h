@@ -5,7 +5,6 @@
 
 #include <zoca/zoca.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -24,10 +23,7 @@ std::vector<ZocaCall> takeZocaCalls();
 // Results for the next calls, in order; once used up, calls answer 0.
 void scriptZocaResults(std::vector<int> results);
 
-// Runs on each call, after it is recorded (for example to fill the destination).
-void onZocaCall(std::function<void(const ZocaCall&)> action);
-
-// Forgets calls, scripted results and the action.
+// Forgets calls and scripted results.
 void resetZoca();
 
 }  // namespace mivo::test

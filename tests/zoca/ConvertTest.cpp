@@ -171,7 +171,8 @@ TEST(ConvertDither, RgbToLimitedYuvRemovesBanding) {
 }
 
 // Limited-range luma expanded to full-range RGB: 220 levels spread over 256, so plain
-// rounding skips output codes and the gradient shows steps of two sizes.
+// rounding skips output codes and the gradient shows steps of two sizes; dithered 4x4
+// means stay within 0.1 of the exact level, so they step evenly.
 TEST(ConvertDither, LimitedYuvToRgbRemovesBanding) {
     const int w = 220 * 4;
     const int h = 16;
@@ -192,25 +193,6 @@ TEST(ConvertDither, LimitedYuvToRgbRemovesBanding) {
         EXPECT_GT(p.worst_block, 0.35);
         EXPECT_LT(d.worst_block, 0.1);
         EXPECT_LE(d.worst_pixel, 1.0);
-        // Steps between neighbouring input levels: plain rounding gives a mix of 1 and 2
-        // (visible bands), dithered 4x4 means step evenly by about 255/219.
-        auto block_mean = [&](TestImage& img, int bx) {
-            double sum = 0;
-            for (int y = 0; y < 4; ++y)
-                for (int x = bx; x < bx + 4; ++x) sum += img.GetRgb(x, y).g;
-            return sum / 16.0;
-        };
-        double plain_lo = 9, plain_hi = 0, dith_lo = 9, dith_hi = 0;
-        for (int bx = 4; bx + 4 <= w; bx += 4) {
-            const double ps = block_mean(plain, bx) - block_mean(plain, bx - 4);
-            const double ds = block_mean(dith, bx) - block_mean(dith, bx - 4);
-            plain_lo = std::min(plain_lo, ps);
-            plain_hi = std::max(plain_hi, ps);
-            dith_lo = std::min(dith_lo, ds);
-            dith_hi = std::max(dith_hi, ds);
-        }
-        EXPECT_GE(plain_hi - plain_lo, 0.9);
-        EXPECT_LT(dith_hi - dith_lo, 0.4);
     }
 }
 

@@ -129,7 +129,8 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
             std::ostringstream said;
             try {
                 if (picture) {
-                    result.picture = worker.apply(*frame, job.type, verbose ? &said : nullptr);
+                    result.picture =
+                        worker.apply(std::move(*frame), job.type, verbose ? &said : nullptr);
                 } else {
                     // The operation reads the frame where it was read to; the frame goes back
                     // to the shelf once nothing holds it.
@@ -186,8 +187,9 @@ StreamSummary runStream(const Job& job, const Parameters& parameters, unsigned t
                                                      frame.getFormat()->getColorFormat(), bytes},
                                  nextWrite);
                 } else {
-                    writer.write(result.buffer ? toImage(*result.buffer) : result.picture,
-                                 nextWrite);
+                    writer.write(
+                        result.buffer ? toImage(*result.buffer) : std::move(result.picture),
+                        nextWrite);
                 }
             } catch (...) {
                 guard.lock();

@@ -201,13 +201,10 @@ std::shared_ptr<MediaBuffer> toBuffer(const vexa::io::Image& image, int colorSpa
                                       std::optional<int> hdrType) {
     auto format = mivo::makeImageFormat(image.colorFormat, image.width, image.height, colorSpace);
     if (hdrType) format->setExtra(mivo::extra::kHdrType, *hdrType);
-    std::shared_ptr<mivo::MediaFormat> frozen = format->freeze();
-    std::shared_ptr<MediaBuffer> buffer =
-        allocating(image.width, image.height, image.colorFormat,
-                   [&] { return mivo::core::detail::CpuMediaBuffer::allocateFor(frozen); });
-    // Both sides lay the planes out back to back without row padding.
-    std::memcpy(buffer->getDirectData(), image.data.data(), image.data.size());
-    return buffer;
+    // Both sides lay the planes out back to back without row padding, so the buffer borrows
+    // the picture's memory: a copy would double the peak memory of every job.
+    return mivo::core::detail::CpuMediaBuffer::wrap(format->freeze(),
+                                                    const_cast<uint8_t*>(image.data.data()));
 }
 
 namespace {
@@ -231,6 +228,7 @@ vexa::io::Image toImage(const MediaBuffer& buffer) {
     image.width = buffer.getCols();
     image.height = buffer.getRows();
     image.colorFormat = buffer.getFormat()->getColorFormat();
+    image.colorSpace = buffer.getFormat()->getColorSpace();
     allocating(image.width, image.height, image.colorFormat, [&] {
         image.data.resize(vexa::io::imageByteSize(image.colorFormat, image.width, image.height));
     });
@@ -529,14 +527,31 @@ std::shared_ptr<MediaBuffer> Worker::convert(const std::shared_ptr<MediaBuffer>&
                    std::string("converting to ") + mivo::getColorFormatName(colorFormat));
 }
 
-vexa::io::Image Worker::apply(const vexa::io::Image& image, const std::string& outputType,
+vexa::io::Image Worker::apply(vexa::io::Image image, const std::string& outputType,
                               std::ostream* verbose) {
     const bool hdr = parameters_.operation == Operation::HdrToSdr;
-    const int colorSpace = parameters_.inputColorSpace.value_or(
-        hdr ? mivo::COLOR_SPACE_BT2020 : defaultColorSpace(image.colorFormat));
-    return toImage(*process(
+    const int tagged =
+        image.colorSpace != 0 ? image.colorSpace : parameters_.inputColorSpace.value_or(0);
+    const int colorSpace =
+        parameters_.inputColorSpace.value_or(image.colorSpace != 0 ? image.colorSpace
+                                             : hdr                 ? mivo::COLOR_SPACE_BT2020
+                                                   : defaultColorSpace(image.colorFormat));
+    std::shared_ptr<MediaBuffer> result = process(
         toBuffer(image, colorSpace, hdr ? std::optional<int>(parameters_.hdrType) : std::nullopt),
-        outputType, verbose));
+        outputType, verbose);
+    // The input is no longer needed: freed before the result is copied out.
+    std::vector<uint8_t>().swap(image.data);
+    vexa::io::Image out = toImage(*result);
+    // Tone mapping gives SDR BT.709; an untagged input stays untagged (sRGB) unless the
+    // operation chose the colours.
+    if (hdr) {
+        out.colorSpace = mivo::COLOR_SPACE_BT709;
+    } else if (tagged == 0 && !parameters_.targetColorSpace) {
+        out.colorSpace = 0;
+    } else if (out.colorSpace == colorSpace) {
+        out.hdrType = image.hdrType;  // PQ or HLG stays what it was
+    }
+    return out;
 }
 
 std::shared_ptr<MediaBuffer> Worker::process(std::shared_ptr<MediaBuffer> input,

@@ -29,7 +29,8 @@ class FileError : public std::runtime_error {
 // encodes sRGB pictures in, so that what the command writes reads back the same.
 int defaultColorSpace(int colorFormat);
 
-// Picture files as framework buffers and back.
+// Picture files as framework buffers and back. The buffer borrows the image's memory: keep
+// the image alive while the buffer is used.
 std::shared_ptr<mivo::core::MediaBuffer> toBuffer(const vexa::io::Image& image, int colorSpace,
                                                   std::optional<int> hdrType = std::nullopt);
 vexa::io::Image toImage(const mivo::core::MediaBuffer& buffer);
@@ -60,8 +61,9 @@ class Worker {
     // One picture through the operation, in the colour format of the file type that
     // `outputType` names by its extension. Everything the plugin would refuse, or change
     // without a word, is decided here first. Throws FileError (or UsageError for an
-    // impossible request).
-    vexa::io::Image apply(const vexa::io::Image& image, const std::string& outputType,
+    // impossible request). The image is taken by value so that its memory is freed as soon
+    // as it has been used.
+    vexa::io::Image apply(vexa::io::Image image, const std::string& outputType,
                           std::ostream* verbose = nullptr);
 
     // apply() on a buffer (of inputFormat() for the frames of a clip), leaving the result in

@@ -36,6 +36,9 @@ struct Arguments {
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
     bool verbose = false;
     int quality = 92;
+    int subsampling = 0;
+    int pngCompression = -1;
+    bool noAutoOrient = false;
     std::string size;
     int factor = 0;
     std::string toFormat;
@@ -134,6 +137,22 @@ void addCommonOptions(CLI::App& app, Arguments& a) {
                    "JPEG quality of the output (default: " +
                        std::to_string(vexa::io::WriteOptions{}.jpegQuality) + ")")
         ->check(wholeNumber(1, 100));
+    app.add_option("--subsampling", a.subsampling,
+                   "JPEG chroma subsampling of the output: 420, 422 or 444 (default: 444 at "
+                   "quality 90 and above, else 420)")
+        ->check(CLI::Validator(
+            [](std::string& text) -> std::string {
+                if (text == "420" || text == "422" || text == "444") return "";
+                return "'" + text + "' is not allowed: give 420, 422 or 444";
+            },
+            "420, 422 or 444"));
+    app.add_option("--png-compression", a.pngCompression,
+                   "PNG compression of the output: 0 (none) to 9 (smallest, slowest) (default: "
+                   "1, fast run-length matching)")
+        ->check(wholeNumber(0, 9));
+    app.add_flag("--no-auto-orient", a.noAutoOrient,
+                 "Keep JPEG and PNG inputs as stored instead of turning them upright by their "
+                 "EXIF orientation");
     addGlobalOptions(app, a);
     app.footer(kRules);
 }
@@ -277,6 +296,22 @@ vexa::Parameters toParameters(Operation operation, const Arguments& a) {
         p.frameChosen = true;
     }
     p.write.jpegQuality = a.quality;
+    p.write.jpegSubsampling = a.subsampling;
+    p.write.pngCompression = a.pngCompression;
+    p.raw.autoOrient = !a.noAutoOrient;
+    // A JPEG decoded smaller by its DCT, as vipsthumbnail does, but leaving a factor of four or
+    // more to the resampler: measured on a photo and a zone plate, the result then stays within
+    // 57 and 45 dB PSNR of a full-size decode (with two, the zone plate aliases visibly).
+    // Sides the geometry gives bound the result (the other side follows the aspect ratio);
+    // a percentage needs the stored size, so it decodes at full size.
+    if (p.size && !p.size->percent &&
+        (operation == Operation::Rsz || operation == Operation::RszCsc)) {
+        const auto atLeast = [](double side) {
+            return side > 0 ? static_cast<int>(std::min(4.0 * side, 1e9)) : 1;
+        };
+        p.raw.minWidth = atLeast(p.size->width);
+        p.raw.minHeight = atLeast(p.size->height);
+    }
     p.verbose = a.verbose;
     return p;
 }
@@ -518,6 +553,7 @@ int main(int argc, char** argv) {
                      "Colour format of raw files (default: the one the extension names)");
     info->add_option("--color-space", arguments.inputSpace,
                      "Colour space of the files (default: srgb for RGB, bt709 for YUV)");
+    info->add_flag("--no-auto-orient", arguments.noAutoOrient, "Ignore the EXIF orientation");
     info->add_flag("--json", json, "One JSON array of objects, for scripts");
     info->add_flag("-v,--verbose", arguments.verbose,
                    "Also the buffer and the record the library would be handed");

@@ -98,19 +98,12 @@ Mat3 RgbToXyz(Primaries p) {
 double Bt1886Eotf(double v) {
     return std::pow(v, 2.4);
 }
-double Bt1886Inverse(double l) {
-    return std::pow(l, 1.0 / 2.4);
-}
 double SrgbEotf(double v) {
     return v <= 0.04045 ? v / 12.92 : std::pow((v + 0.055) / 1.055, 2.4);
-}
-double SrgbInverse(double l) {
-    return l <= 0.0031308 ? 12.92 * l : 1.055 * std::pow(l, 1.0 / 2.4) - 0.055;
 }
 
 struct TransferTables {
     CodeTable decode;
-    uint8_t encode[kEncodeSize];
     PowerCurve power;  // the 1/2.4 power at the core of both inverse curves
     bool srgb;
 };
@@ -121,11 +114,6 @@ TransferTables BuildTransfer(Transfer t) {
         const double v = i / 255.0;
         return t == Transfer::SRGB ? SrgbEotf(v) : Bt1886Eotf(v);
     });
-    for (int i = 0; i < kEncodeSize; ++i) {
-        const double l = IndexCentre(i);
-        const double v = t == Transfer::SRGB ? SrgbInverse(l) : Bt1886Inverse(l);
-        tt.encode[i] = static_cast<uint8_t>(std::lround(std::min(std::max(v, 0.0), 1.0) * 255.0));
-    }
     tt.power = PowerCurve::Of(1.0 / 2.4);
     tt.srgb = t == Transfer::SRGB;
     return tt;
@@ -153,7 +141,7 @@ GamutParams MakeGamut(const TransferTables* in, Primaries from, Primaries to,
         p.map = p.map || conv.m[i] < -1e-9;
     }
     for (int i = 0; i < 3; ++i) p.lum[i] = static_cast<float>(to_xyz.m[3 + i]);
-    p.enc = {out.encode, out.power, out.srgb};
+    p.enc = {out.power, out.srgb};
     return p;
 }
 
@@ -162,6 +150,15 @@ class GamutStage : public PixelStage {
     GamutStage(int from_cs, int to_cs, Kernel k) : p_(GamutParamsOf(from_cs, to_cs)), k_(k) {}
 
     void Run(uint8_t* r, uint8_t* g, uint8_t* b, int w) override { GamutRow(k_, p_, r, g, b, w); }
+#if ZOCA_AVX512_BUILD
+    bool RunsPacked() const override {
+        return k_ == Kernel::Avx512 && Supported(k_);
+    }
+    void RunPacked(const uint8_t* src, PackedOrder so, uint8_t* dst, PackedOrder dor,
+                   int w) override {
+        avx512::GamutPacked(p_, src, so, dst, dor, w);
+    }
+#endif
 
   private:
     const GamutParams p_;
@@ -239,9 +236,8 @@ struct ToneTables {
     // PQ: nits of each code, and the gain for a pixel whose largest code is the index.
     CodeTable nits;
     CodeTable gain;
-    // HLG: scene light of each code, Ys^(gamma-1) by encode index, and the EETF.
+    // HLG: scene light of each code and the EETF.
     CodeTable scene;
-    float ootf[kEncodeSize];
     CurveCubic curve;
 };
 
@@ -259,9 +255,6 @@ ToneTables BuildTone(int mode) {
     t.nits.Fill([](int i) { return PqEotf(i / 255.0); });
     t.gain.Fill([&](int i) { return RatioAt(mp, PqEotf(i / 255.0) / mp.master) / mp.target; });
     t.scene.Fill([](int i) { return HlgInverseOetf(i / 255.0); });
-    for (int i = 0; i < kEncodeSize; ++i) {
-        t.ootf[i] = static_cast<float>(std::pow(IndexCentre(i), kHlgGamma - 1.0));
-    }
     // Interval i spans [x_i, x_i+1) with x_i at 2^(i / steps - octaves) in the float's
     // bit pattern; its cubic in the fraction f matches the curve and its slope at both
     // ends (cubic Hermite).
@@ -318,7 +311,6 @@ ToneParams ToneParamsOf(int mode) {
     p.nits = &t.nits;
     p.gain = &t.gain;
     p.scene = &t.scene;
-    p.ootf = t.ootf;
     p.ootf_power = PowerCurve::Of(kHlgGamma - 1.0);
     p.curve = &t.curve;
     p.scale = static_cast<float>(t.params.master / t.params.target);
@@ -333,6 +325,15 @@ class ToneStage : public PixelStage {
     ToneStage(int mode, Kernel k) : p_(ToneParamsOf(mode)), k_(k) {}
 
     void Run(uint8_t* r, uint8_t* g, uint8_t* b, int w) override { ToneRow(k_, p_, r, g, b, w); }
+#if ZOCA_AVX512_BUILD
+    bool RunsPacked() const override {
+        return k_ == Kernel::Avx512 && Supported(k_);
+    }
+    void RunPacked(const uint8_t* src, PackedOrder so, uint8_t* dst, PackedOrder dor,
+                   int w) override {
+        avx512::TonePacked(p_, src, so, dst, dor, w);
+    }
+#endif
 
   private:
     const ToneParams p_;

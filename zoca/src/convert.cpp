@@ -64,7 +64,7 @@ EncCoef MakeEncCoef(int cs) {
     const double yr = m.full ? 255.0 : 219.0;
     const double cr = m.full ? 255.0 : 224.0;
     const double kg = 1.0 - m.kr - m.kb;
-    auto q = [](double v) { return static_cast<int32_t>(std::lround(v * 32768.0)); };
+    auto q = [](double v) { return static_cast<int32_t>(std::lround(v * 16384.0)); };
     EncCoef k;
     k.y[0] = q(m.kr * yr / 255.0);
     k.y[1] = q(kg * yr / 255.0);
@@ -214,9 +214,9 @@ ZOCA_HOT void DecodePairs(const uint8_t* __restrict y, const int32_t* __restrict
 ZOCA_HOT void EncodeLumaRow(const uint8_t* __restrict R, const uint8_t* __restrict G,
                             const uint8_t* __restrict B, const int32_t* __restrict bias,
                             uint8_t* __restrict y, int w, const EncCoef& k) {
-    const int32_t off = k.yoff << 15, yr = k.y[0], yg = k.y[1], yb = k.y[2];
+    const int32_t off = k.yoff << kLumaBits, yr = k.y[0], yg = k.y[1], yb = k.y[2];
     for (int x = 0; x < w; ++x)
-        y[x] = Clamp8((off + yr * R[x] + yg * G[x] + yb * B[x] + bias[x]) >> 15);
+        y[x] = Clamp8((off + yr * R[x] + yg * G[x] + yb * B[x] + bias[x]) >> kLumaBits);
 }
 
 ZOCA_HOT void EncodeChromaPairs(const uint8_t* __restrict R0, const uint8_t* __restrict G0,
@@ -224,17 +224,114 @@ ZOCA_HOT void EncodeChromaPairs(const uint8_t* __restrict R0, const uint8_t* __r
                                 const uint8_t* __restrict G1, const uint8_t* __restrict B1,
                                 const int32_t* __restrict cbias, uint8_t* __restrict u,
                                 uint8_t* __restrict v, int half, const EncCoef& k) {
-    const int32_t off = 128 << 17;
+    const int32_t off = 128 << kChromaBits;
     const int32_t ur = k.u[0], ug = k.u[1], ub = k.u[2], vr = k.v[0], vg = k.v[1], vb = k.v[2];
     for (int c = 0; c < half; ++c) {
         const int x = 2 * c;
         const int32_t sr = R0[x] + R0[x + 1] + R1[x] + R1[x + 1];
         const int32_t sg = G0[x] + G0[x + 1] + G1[x] + G1[x + 1];
         const int32_t sb = B0[x] + B0[x + 1] + B1[x] + B1[x + 1];
-        u[c] = Clamp8((off + ur * sr + ug * sg + ub * sb + cbias[c]) >> 17);
-        v[c] = Clamp8((off + vr * sr + vg * sg + vb * sb + cbias[c]) >> 17);
+        u[c] = Clamp8((off + ur * sr + ug * sg + ub * sb + cbias[c]) >> kChromaBits);
+        v[c] = Clamp8((off + vr * sr + vg * sg + vb * sb + cbias[c]) >> kChromaBits);
     }
 }
+
+ZOCA_CLONES void ChromaTermsRow(const uint8_t* __restrict u, const uint8_t* __restrict v,
+                                int32_t* __restrict tr, int32_t* __restrict tg,
+                                int32_t* __restrict tb, int cw, const DecCoef& k) {
+    const DecCoef c = k;
+    for (int x = 0; x < cw; ++x) {
+        const ChromaTerms t = DecodeChroma(c, u[x], v[x]);
+        tr[x] = t.r;
+        tg[x] = t.g;
+        tb[x] = t.b;
+    }
+}
+
+// ---- plain YUV <-> packed 4-byte pixels, no planar rows between ----
+//
+// Each pixel is one 32-bit word, built or taken apart with shifts fixed at compile time,
+// so the compiler sees contiguous word loads and stores; each byte order gets its own
+// cloned loop.
+
+// Shift of the byte at memory offset `at` within a word.
+constexpr int ByteShift(int at) {
+    return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? 8 * at : 24 - 8 * at;
+}
+
+template <int R, int G, int B, int A>
+ZOCA_INLINE void DecodeQuadsOf(const uint8_t* __restrict y, const int32_t* __restrict bias,
+                               const int32_t* __restrict tr, const int32_t* __restrict tg,
+                               const int32_t* __restrict tb, uint8_t* __restrict out, int half,
+                               int32_t yoff, int32_t ky) {
+    for (int c = 0; c < half; ++c) {
+        for (int j = 0; j < 2; ++j) {
+            const int x = 2 * c + j;
+            const int32_t yt = MulHrs((y[x] - yoff) * 128, ky) + bias[x];
+            const uint32_t word = uint32_t{Clamp8((yt + tr[c]) >> 6)} << ByteShift(R) |
+                                  uint32_t{Clamp8((yt - tg[c]) >> 6)} << ByteShift(G) |
+                                  uint32_t{Clamp8((yt + tb[c]) >> 6)} << ByteShift(B) |
+                                  uint32_t{255} << ByteShift(A);
+            std::memcpy(out + 4 * x, &word, 4);
+        }
+    }
+}
+
+template <int R, int G, int B>
+ZOCA_INLINE void EncodeQuadsOf(const uint8_t* __restrict p0, const uint8_t* __restrict p1,
+                               const int32_t* __restrict b0, const int32_t* __restrict b1,
+                               const int32_t* __restrict cbias, uint8_t* __restrict y0,
+                               uint8_t* __restrict y1, uint8_t* __restrict u, uint8_t* __restrict v,
+                               int half, const EncCoef& k) {
+    const int32_t off = k.yoff << kLumaBits, yr = k.y[0], yg = k.y[1], yb = k.y[2];
+    const int32_t ur = k.u[0], ug = k.u[1], ub = k.u[2], vr = k.v[0], vg = k.v[1], vb = k.v[2];
+    auto ch = [](uint32_t word, int at) {
+        return static_cast<int32_t>((word >> ByteShift(at)) & 255);
+    };
+    for (int c = 0; c < half; ++c) {
+        int32_t sr = 0, sg = 0, sb = 0;
+        for (int j = 0; j < 2; ++j) {
+            const int x = 2 * c + j;
+            uint32_t w0, w1;
+            std::memcpy(&w0, p0 + 4 * x, 4);
+            std::memcpy(&w1, p1 + 4 * x, 4);
+            const int32_t r0 = ch(w0, R), g0 = ch(w0, G), bb0 = ch(w0, B);
+            const int32_t r1 = ch(w1, R), g1 = ch(w1, G), bb1 = ch(w1, B);
+            y0[x] = Clamp8((off + yr * r0 + yg * g0 + yb * bb0 + b0[x]) >> kLumaBits);
+            y1[x] = Clamp8((off + yr * r1 + yg * g1 + yb * bb1 + b1[x]) >> kLumaBits);
+            sr += r0 + r1;
+            sg += g0 + g1;
+            sb += bb0 + bb1;
+        }
+        u[c] =
+            Clamp8(((128 << kChromaBits) + ur * sr + ug * sg + ub * sb + cbias[c]) >> kChromaBits);
+        v[c] =
+            Clamp8(((128 << kChromaBits) + vr * sr + vg * sg + vb * sb + cbias[c]) >> kChromaBits);
+    }
+}
+
+#define ZOCA_QUAD_ROWS(name, R, G, B, A)                                                        \
+    ZOCA_CLONES void Decode##name(const uint8_t* y, const int32_t* bias, const int32_t* tr,     \
+                                  const int32_t* tg, const int32_t* tb, uint8_t* out, int half, \
+                                  int32_t yoff, int32_t ky) {                                   \
+        DecodeQuadsOf<R, G, B, A>(y, bias, tr, tg, tb, out, half, yoff, ky);                    \
+    }                                                                                           \
+    ZOCA_CLONES void Encode##name(const uint8_t* p0, const uint8_t* p1, const int32_t* b0,      \
+                                  const int32_t* b1, const int32_t* cbias, uint8_t* y0,         \
+                                  uint8_t* y1, uint8_t* u, uint8_t* v, int half,                \
+                                  const EncCoef& k) {                                           \
+        EncodeQuadsOf<R, G, B>(p0, p1, b0, b1, cbias, y0, y1, u, v, half, k);                   \
+    }
+ZOCA_QUAD_ROWS(Rgba, 0, 1, 2, 3)
+ZOCA_QUAD_ROWS(Bgra, 2, 1, 0, 3)
+ZOCA_QUAD_ROWS(Argb, 1, 2, 3, 0)
+#undef ZOCA_QUAD_ROWS
+
+using DecodeQuadsFn = void (*)(const uint8_t*, const int32_t*, const int32_t*, const int32_t*,
+                               const int32_t*, uint8_t*, int, int32_t, int32_t);
+using EncodeQuadsFn = void (*)(const uint8_t*, const uint8_t*, const int32_t*, const int32_t*,
+                               const int32_t*, uint8_t*, uint8_t*, uint8_t*, uint8_t*, int,
+                               const EncCoef&);
 
 // Rows [r0, r0 + n) of a YUV picture (r0 even, n 1 or 2) into planar RGB.
 void DecodeRows(const YuvPlanes& yp, int w, int r0, int n, const DecCoef& k, Kernel kern,
@@ -255,12 +352,7 @@ void DecodeRows(const YuvPlanes& yp, int w, int r0, int n, const DecCoef& k, Ker
     const uint8_t* u;
     const uint8_t* v;
     ChromaRow(yp, r0 / 2, cw, s, &u, &v);
-    for (int c = 0; c < cw; ++c) {
-        const ChromaTerms t = DecodeChroma(k, u[c], v[c]);
-        s.tr[c] = t.r;
-        s.tg[c] = t.g;
-        s.tb[c] = t.b;
-    }
+    ChromaTermsRow(u, v, s.tr, s.tg, s.tb, cw, k);
     for (int i = 0; i < n; ++i) {
         const int row = r0 + i;
         const uint8_t* y = yp.Y(row);
@@ -448,6 +540,86 @@ int DirectEncode(const Img& src, const Img& dst, const Job& j) {
 }
 #endif
 
+// The plain build's YUV <-> packed 4-byte pixels, one pass per row.
+int QuadDecode(const Img& src, const Img& dst, const Job& j) {
+    Rows s(src.w, j.dither);
+    if (!s.ok()) return ZOCA_ERR_DESTINATION;
+    const DecodeQuadsFn fn = dst.fmt == ZOCA_CF_RGBA   ? DecodeRgba
+                             : dst.fmt == ZOCA_CF_BGRA ? DecodeBgra
+                                                       : DecodeArgb;
+    const YuvPlanes yp = PlanesOf(src);
+    const PackedOrder o = OrderOf(dst.fmt);
+    const DecCoef& k = j.dk;
+    const int w = src.w;
+    for (int row = 0; row < src.h; ++row) {
+        if ((row & 1) == 0) {
+            const uint8_t* u;
+            const uint8_t* v;
+            ChromaRow(yp, row / 2, (w + 1) / 2, s, &u, &v);
+            ChromaTermsRow(u, v, s.tr, s.tg, s.tb, (w + 1) / 2, k);
+        }
+        const uint8_t* y = yp.Y(row);
+        const int32_t* bias = s.dec_bias[row & 3];
+        uint8_t* d = dst.p[0] + static_cast<ptrdiff_t>(row) * dst.s[0];
+        fn(y, bias, s.tr, s.tg, s.tb, d, w / 2, k.yoff, k.ky);
+        if (w & 1) {
+            const int x = w - 1;
+            uint8_t* px = d + 4 * x;
+            DecodePixel(DecodeLuma(k, y[x], bias[x]), {s.tr[x / 2], s.tg[x / 2], s.tb[x / 2]},
+                        &px[o.r], &px[o.g], &px[o.b]);
+            px[o.a] = 255;
+        }
+    }
+    return ZOCA_OK;
+}
+
+int QuadEncode(const Img& src, const Img& dst, const Job& j) {
+    Rows s(src.w, j.dither);
+    if (!s.ok()) return ZOCA_ERR_DESTINATION;
+    const EncodeQuadsFn fn = src.fmt == ZOCA_CF_RGBA   ? EncodeRgba
+                             : src.fmt == ZOCA_CF_BGRA ? EncodeBgra
+                                                       : EncodeArgb;
+    const YuvPlanes yp = PlanesOf(dst);
+    const PackedOrder o = OrderOf(src.fmt);
+    const EncCoef& k = j.ek;
+    const int w = src.w;
+    const bool i420 = yp.layout == Layout::I420;
+    for (int r0 = 0; r0 < src.h; r0 += 2) {
+        // At an odd bottom edge the last row stands for both rows of its chroma block; the
+        // second luma row goes to scratch.
+        const bool pair = r0 + 1 < src.h;
+        const uint8_t* p0 = src.p[0] + static_cast<ptrdiff_t>(r0) * src.s[0];
+        const uint8_t* p1 = pair ? p0 + src.s[0] : p0;
+        uint8_t* y0 = yp.Y(r0);
+        uint8_t* y1 = pair ? yp.Y(r0 + 1) : s.a[1];
+        const int cr = r0 / 2;
+        uint8_t* u = i420 ? yp.C0(cr) : s.cu;
+        uint8_t* v = i420 ? yp.C1(cr) : s.cv;
+        const int32_t* b0 = s.enc_bias[r0 & 3];
+        const int32_t* b1 = s.enc_bias[(r0 + 1) & 3];
+        const int32_t* cbias = s.chroma_bias[cr & 3];
+        fn(p0, p1, b0, b1, cbias, y0, y1, u, v, w / 2, k);
+        if (w & 1) {  // the last column stands for both columns of its block
+            const int x = w - 1;
+            const uint8_t* a = p0 + 4 * x;
+            const uint8_t* b = p1 + 4 * x;
+            y0[x] = EncodeLuma(k, a[o.r], a[o.g], a[o.b], b0[x]);
+            y1[x] = EncodeLuma(k, b[o.r], b[o.g], b[o.b], b1[x]);
+            EncodeChroma(k, 2 * (a[o.r] + b[o.r]), 2 * (a[o.g] + b[o.g]), 2 * (a[o.b] + b[o.b]),
+                         cbias[x / 2], &u[x / 2], &v[x / 2]);
+        }
+        if (!i420) {
+            const int cw = (w + 1) / 2;
+            if (yp.layout == Layout::NV12) {
+                libyuv::MergeUVPlane(u, 0, v, 0, yp.C0(cr), 0, cw, 1);
+            } else {
+                libyuv::MergeUVPlane(v, 0, u, 0, yp.C0(cr), 0, cw, 1);
+            }
+        }
+    }
+    return ZOCA_OK;
+}
+
 // libyuv's own row functions where they are exact enough: BT.709 full range decoding.
 // libyuv names packed formats by a little-endian word, so its "ARGB" is B,G,R,A in
 // memory; swapping U/V and passing the mirrored table exchanges R and B.
@@ -605,15 +777,27 @@ int Convert(const Img& src, const Img& dst, bool dither, Kernel k) {
         return Planar(src, dst, nullptr, false, k);
     }
     if (src_yuv && !dither && DecodeLibyuv(src, dst)) return ZOCA_OK;
-#if ZOCA_AVX512_BUILD
     const Job j = JobOf(src, dst, k, dither);
+#if ZOCA_AVX512_BUILD
     if (j.kernel == Kernel::Avx512)
         return src_yuv ? DirectDecode(src, dst, j) : DirectEncode(src, dst, j);
 #endif
+    if (OrderOf(src_yuv ? dst.fmt : src.fmt).bpp == 4)
+        return src_yuv ? QuadDecode(src, dst, j) : QuadEncode(src, dst, j);
     return Planar(src, dst, nullptr, dither, k);
 }
 
 int ConvertThrough(const Img& src, const Img& dst, PixelStage* stage, bool dither, Kernel k) {
+    const bool quads = !IsYuv(src.fmt) && !IsYuv(dst.fmt) && OrderOf(src.fmt).bpp == 4 &&
+                       OrderOf(dst.fmt).bpp == 4;
+    if (quads && stage != nullptr && stage->RunsPacked()) {
+        for (int row = 0; row < src.h; ++row) {
+            stage->RunPacked(src.p[0] + static_cast<ptrdiff_t>(row) * src.s[0], OrderOf(src.fmt),
+                             dst.p[0] + static_cast<ptrdiff_t>(row) * dst.s[0], OrderOf(dst.fmt),
+                             src.w);
+        }
+        return ZOCA_OK;
+    }
     return Planar(src, dst, stage, dither, k);
 }
 

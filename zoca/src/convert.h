@@ -14,6 +14,13 @@ class PixelStage {
   public:
     virtual ~PixelStage() = default;
     virtual void Run(uint8_t* r, uint8_t* g, uint8_t* b, int width) = 0;
+    // Whether RunPacked can take rows of packed 4-byte pixels whole, which saves
+    // splitting them into planes and merging them back.
+    virtual bool RunsPacked() const { return false; }
+    virtual void RunPacked(const uint8_t* src, PackedOrder so, uint8_t* dst, PackedOrder dor,
+                           int width) {
+        (void)src, (void)so, (void)dst, (void)dor, (void)width;
+    }
 };
 
 // Converts src into dst (same width and height). A YUV side uses its own record's

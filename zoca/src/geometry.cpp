@@ -1,7 +1,6 @@
 #include "geometry.h"
 
 #include <libyuv.h>
-#include <zimg.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -46,249 +45,6 @@ void Rotate3(const Img& src, bool clockwise, const Img& dst) {
     }
 }
 
-// ---- resampling (zimg) ----
-
-constexpr size_t kAlign = 64;  // zimg wants 32-byte aligned rows
-
-// n interleaved 8-bit channels of one plane: channel c of column x is at
-// row + x * n + c. zimg sees them as planes 0 (grey), 0+3 (grey and alpha), 0..2 or 0..3.
-struct Channels {
-    uint8_t* base;
-    ptrdiff_t stride;
-    int n;
-};
-
-int ZimgPlane(int n, int c) {
-    return n == 2 && c == 1 ? 3 : c;
-}
-
-// Moves rows between a picture's interleaved plane and zimg's planar ring buffer.
-struct RowMover {
-    Channels pic;
-    zimg_image_buffer ring;
-
-    uint8_t* RingRow(int c, unsigned i) const {
-        const auto& pl = ring.plane[ZimgPlane(pic.n, c)];
-        return static_cast<uint8_t*>(pl.data) + static_cast<ptrdiff_t>(i & pl.mask) * pl.stride;
-    }
-
-    static int Unpack(void* user, unsigned i, unsigned left, unsigned right) {
-        const RowMover& m = *static_cast<const RowMover*>(user);
-        const uint8_t* in = m.pic.base + static_cast<ptrdiff_t>(i) * m.pic.stride + left * m.pic.n;
-        uint8_t* o[4];
-        for (int c = 0; c < m.pic.n; ++c) o[c] = m.RingRow(c, i) + left;
-        const int w = static_cast<int>(right - left);
-        switch (m.pic.n) {
-            case 1:
-                std::memcpy(o[0], in, w);
-                break;
-            case 2:
-                libyuv::SplitUVPlane(in, 0, o[0], 0, o[1], 0, w, 1);
-                break;
-            case 3:
-                libyuv::SplitRGBPlane(in, 0, o[0], 0, o[1], 0, o[2], 0, w, 1);
-                break;
-            default:
-                libyuv::SplitARGBPlane(in, 0, o[0], 0, o[1], 0, o[2], 0, o[3], 0, w, 1);
-                break;
-        }
-        return 0;
-    }
-
-    static int Pack(void* user, unsigned i, unsigned left, unsigned right) {
-        const RowMover& m = *static_cast<const RowMover*>(user);
-        uint8_t* out = m.pic.base + static_cast<ptrdiff_t>(i) * m.pic.stride + left * m.pic.n;
-        const uint8_t* o[4];
-        for (int c = 0; c < m.pic.n; ++c) o[c] = m.RingRow(c, i) + left;
-        const int w = static_cast<int>(right - left);
-        switch (m.pic.n) {
-            case 1:
-                std::memcpy(out, o[0], w);
-                break;
-            case 2:
-                libyuv::MergeUVPlane(o[0], 0, o[1], 0, out, 0, w, 1);
-                break;
-            case 3:
-                libyuv::MergeRGBPlane(o[0], 0, o[1], 0, o[2], 0, out, 0, w, 1);
-                break;
-            default:
-                libyuv::MergeARGBPlane(o[0], 0, o[1], 0, o[2], 0, o[3], 0, out, 0, w, 1);
-                break;
-        }
-        return 0;
-    }
-};
-
-struct AlignedDeleter {
-    void operator()(void* p) const { std::free(p); }
-};
-
-zimg_image_format FormatOf(int n, int w, int h) {
-    zimg_image_format f;
-    zimg_image_format_default(&f, ZIMG_API_VERSION);
-    f.width = static_cast<unsigned>(w);
-    f.height = static_cast<unsigned>(h);
-    f.pixel_type = ZIMG_PIXEL_BYTE;
-    f.depth = 8;
-    f.pixel_range = ZIMG_RANGE_FULL;
-    f.color_family = n >= 3 ? ZIMG_COLOR_RGB : ZIMG_COLOR_GREY;
-    f.matrix_coefficients = n >= 3 ? ZIMG_MATRIX_RGB : ZIMG_MATRIX_UNSPECIFIED;
-    // "Premultiplied" on both sides: every channel is filtered alike, none is divided out.
-    f.alpha = n == 2 || n == 4 ? ZIMG_ALPHA_PREMULTIPLIED : ZIMG_ALPHA_NONE;
-    return f;
-}
-
-bool Direct(const Channels& c) {
-    return c.n == 1 && reinterpret_cast<uintptr_t>(c.base) % 32 == 0 && c.stride % 32 == 0;
-}
-
-struct GraphDeleter {
-    void operator()(zimg_filter_graph* g) const { zimg_filter_graph_free(g); }
-};
-
-// Everything a resampling graph depends on.
-struct GraphKey {
-    int n, sw, sh;
-    double left, top, rw, rh;
-    int dw, dh;
-    bool operator==(const GraphKey& o) const {
-        return n == o.n && sw == o.sw && sh == o.sh && left == o.left && top == o.top &&
-               rw == o.rw && rh == o.rh && dw == o.dw && dh == o.dh;
-    }
-};
-
-struct Graph {
-    GraphKey key;
-    std::unique_ptr<zimg_filter_graph, GraphDeleter> graph;
-    size_t tmp_size = 0;
-    unsigned in_lines = 0, out_lines = 0;
-};
-
-std::shared_ptr<const Graph> BuildGraph(const GraphKey& k) {
-    zimg_image_format sf = FormatOf(k.n, k.sw, k.sh);
-    sf.active_region.left = k.left;
-    sf.active_region.top = k.top;
-    sf.active_region.width = k.rw;
-    sf.active_region.height = k.rh;
-    const zimg_image_format df = FormatOf(k.n, k.dw, k.dh);
-    zimg_graph_builder_params params;
-    zimg_graph_builder_params_default(&params, ZIMG_API_VERSION);
-    if (k.dw < k.rw || k.dh < k.rh) {
-        params.resample_filter = ZIMG_RESIZE_LANCZOS;
-        params.filter_param_a = 3;
-    } else {
-        // Catmull-Rom: interpolating (an exact copy at integer shifts), no ringing to speak of.
-        params.resample_filter = ZIMG_RESIZE_BICUBIC;
-        params.filter_param_a = 0;
-        params.filter_param_b = 0.5;
-    }
-    // Not ZIMG_CPU_AUTO_64B: zimg 3.0.4's 512-bit kernels, though up to twice as fast,
-    // are off by 16 codes or more at some sizes (71 -> 28, 99 -> 48 wide, ...).
-    params.cpu_type = ZIMG_CPU_AUTO;
-    auto g = std::make_shared<Graph>();
-    g->key = k;
-    g->graph.reset(zimg_filter_graph_build(&sf, &df, &params));
-    if (!g->graph || zimg_filter_graph_get_tmp_size(g->graph.get(), &g->tmp_size) ||
-        zimg_filter_graph_get_input_buffering(g->graph.get(), &g->in_lines) ||
-        zimg_filter_graph_get_output_buffering(g->graph.get(), &g->out_lines)) {
-        return nullptr;
-    }
-    return g;
-}
-
-// Building a graph (the filter weights of every output sample) costs more than running
-// it on a 1080p plane, and a stream asks for the same few sizes again and again: the
-// last few graphs are kept. A graph is only read while it runs, so several threads may
-// share one; a graph evicted while in use lives on until its last user is done.
-std::shared_ptr<const Graph> CachedGraph(const GraphKey& key) {
-    constexpr size_t kKept = 8;
-    static std::mutex lock;
-    static std::vector<std::shared_ptr<const Graph>> kept;  // most recent first
-    {
-        std::lock_guard<std::mutex> hold(lock);
-        for (size_t i = 0; i < kept.size(); ++i) {
-            if (kept[i]->key == key) {
-                std::rotate(kept.begin(), kept.begin() + i, kept.begin() + i + 1);
-                return kept.front();
-            }
-        }
-    }
-    std::shared_ptr<const Graph> g = BuildGraph(key);  // outside the lock: it is slow
-    if (!g) return nullptr;
-    std::lock_guard<std::mutex> hold(lock);
-    kept.insert(kept.begin(), g);
-    if (kept.size() > kKept) kept.pop_back();
-    return g;
-}
-
-// Rows of a ring buffer holding `lines` lines of an image `h` rows high.
-unsigned RingRows(unsigned mask, int h) {
-    return mask == ZIMG_BUFFER_MAX ? static_cast<unsigned>(h) : mask + 1;
-}
-
-// Resamples the source region (left, top, rw x rh, in source samples, fractional) of
-// src (sw x sh) onto the whole of dst (dw x dh). Sample centres map to sample centres:
-// dst sample j is at left + (j + 0.5) * rw / dw - 0.5 in the source. Working memory is
-// a few rows per channel (zimg runs the two passes over tiles and ring buffers).
-int Resample(const Channels& src, int sw, int sh, double left, double top, double rw, double rh,
-             const Channels& dst, int dw, int dh) {
-    const GraphKey key{src.n, sw, sh, left, top, rw, rh, dw, dh};
-    std::shared_ptr<const Graph> graph;
-    try {
-        graph = CachedGraph(key);
-    } catch (const std::bad_alloc&) {
-        return ZOCA_ERR_DESTINATION;
-    }
-    if (!graph) return ZOCA_ERR_DESTINATION;
-    size_t tmp_size = graph->tmp_size;
-    const unsigned in_lines = graph->in_lines;
-    const unsigned out_lines = graph->out_lines;
-    // A single-channel plane on zimg's alignment is read or written in place; anything
-    // else goes through ring buffers of a few rows, filled and drained row by row.
-    const bool in_place_src = Direct(src);
-    const bool in_place_dst = Direct(dst);
-    const unsigned in_mask = zimg_select_buffer_mask(in_lines);
-    const unsigned out_mask = zimg_select_buffer_mask(out_lines);
-    const size_t in_stride = (static_cast<size_t>(sw) + kAlign - 1) & ~(kAlign - 1);
-    const size_t out_stride = (static_cast<size_t>(dw) + kAlign - 1) & ~(kAlign - 1);
-    const size_t in_bytes = in_place_src ? 0 : in_stride * RingRows(in_mask, sh);
-    const size_t out_bytes = in_place_dst ? 0 : out_stride * RingRows(out_mask, dh);
-    tmp_size = (tmp_size + kAlign - 1) & ~(kAlign - 1);
-    const size_t total = tmp_size + src.n * in_bytes + dst.n * out_bytes;
-    std::unique_ptr<void, AlignedDeleter> mem(std::aligned_alloc(kAlign, total));
-    if (!mem) return ZOCA_ERR_DESTINATION;
-    uint8_t* at = static_cast<uint8_t*>(mem.get()) + tmp_size;
-
-    RowMover in{src, {}};
-    RowMover out{dst, {}};
-    in.ring.version = out.ring.version = ZIMG_API_VERSION;
-    if (in_place_src) {
-        in.ring.plane[0] = {src.base, src.stride, ZIMG_BUFFER_MAX};
-    } else {
-        for (int c = 0; c < src.n; ++c, at += in_bytes) {
-            in.ring.plane[ZimgPlane(src.n, c)] = {at, static_cast<ptrdiff_t>(in_stride), in_mask};
-        }
-    }
-    if (in_place_dst) {
-        out.ring.plane[0] = {dst.base, dst.stride, ZIMG_BUFFER_MAX};
-    } else {
-        for (int c = 0; c < dst.n; ++c, at += out_bytes) {
-            out.ring.plane[ZimgPlane(dst.n, c)] = {at, static_cast<ptrdiff_t>(out_stride),
-                                                   out_mask};
-        }
-    }
-    zimg_image_buffer_const in_buf;
-    in_buf.version = ZIMG_API_VERSION;
-    for (int p = 0; p < 4; ++p) {
-        in_buf.plane[p] = {in.ring.plane[p].data, in.ring.plane[p].stride, in.ring.plane[p].mask};
-    }
-    const zimg_error_code_e err =
-        zimg_filter_graph_process(graph->graph.get(), &in_buf, &out.ring, mem.get(),
-                                  in_place_src ? nullptr : RowMover::Unpack, &in,
-                                  in_place_dst ? nullptr : RowMover::Pack, &out);
-    return err == ZIMG_ERROR_SUCCESS ? ZOCA_OK : ZOCA_ERR_DESTINATION;
-}
-
 // The chroma planes of a 4:2:0 picture as channel groups: one per plane (I420), one
 // interleaved pair (NV12/NV21; the order of the pair does not matter here).
 int ChromaGroups(const Img& img, Channels out[2]) {
@@ -301,10 +57,10 @@ int ChromaGroups(const Img& img, Channels out[2]) {
     return 1;
 }
 
-int ScaleResampled(const Img& src, const Img& dst) {
+int ScaleResampled(const Img& src, const Img& dst, Simd simd) {
     const int n = IsYuv(src.fmt) ? 1 : OrderOf(src.fmt).bpp;
     int rc = Resample({src.p[0], src.s[0], n}, src.w, src.h, 0, 0, src.w, src.h,
-                      {dst.p[0], dst.s[0], n}, dst.w, dst.h);
+                      {dst.p[0], dst.s[0], n}, dst.w, dst.h, simd);
     if (rc != ZOCA_OK || !IsYuv(src.fmt)) return rc;
     // Chroma sample i covers luma columns 2i and 2i + 1. The destination's chroma plane
     // spans 2 * dcw of its luma columns (one more than the picture when dw is odd),
@@ -319,7 +75,7 @@ int ScaleResampled(const Img& src, const Img& dst) {
     const int groups = ChromaGroups(src, s);
     ChromaGroups(dst, d);
     for (int g = 0; g < groups && rc == ZOCA_OK; ++g) {
-        rc = Resample(s[g], cw, ch, 0, 0, rw, rh, d[g], dcw, dch);
+        rc = Resample(s[g], cw, ch, 0, 0, rw, rh, d[g], dcw, dch, simd);
     }
     return rc;
 }
@@ -423,12 +179,12 @@ bool SwapsAxes(int code) {
     return code == ZOCA_ROT_90 || code == ZOCA_ROT_270;
 }
 
-int Scale(const Img& src, const Img& dst) {
+int Scale(const Img& src, const Img& dst, Simd simd) {
     if (src.w == dst.w && src.h == dst.h) {
         CopyPlanes(src, dst, false);
         return ZOCA_OK;
     }
-    return ScaleResampled(src, dst);
+    return ScaleResampled(src, dst, simd);
 }
 
 int Rotate(const Img& src, int code, const Img& dst) {

@@ -9,20 +9,11 @@
 
 namespace zoca {
 
-double IndexCentre(int i) {
-    if (i == 0) return 0.0;
-    if (i == kEncodeSize - 1) return 1.0;
-    const uint32_t bits =
-        (static_cast<uint32_t>(i + kIndexBase) << (23 - kStepBits)) | (1u << (22 - kStepBits));
-    float f;
-    std::memcpy(&f, &bits, sizeof(f));
-    return f;
-}
-
 // The polynomial runs in t = m - 1.5, which keeps its coefficients small; it
 // interpolates m^g at the four Chebyshev nodes of [1, 2].
 PowerCurve PowerCurve::Of(double g) {
     PowerCurve pc{};
+    pc.g = static_cast<float>(g);
     for (int i = 0; i < 32; ++i) pc.octave[i] = static_cast<float>(std::exp2((i - 31) * g));
     constexpr int n = 4;
     double a[n][n + 1];
@@ -84,18 +75,20 @@ namespace {
 // Pixels per pass: the float rows of one pass stay in the first-level cache.
 constexpr int kChunk = 256;
 
-inline float Max(float a, float b) {
+template <typename T>
+inline T Max(T a, T b) {
     return a > b ? a : b;
 }
-inline float Min(float a, float b) {
+template <typename T>
+inline T Min(T a, T b) {
     return a < b ? a : b;
 }
 
 // Into the destination primaries; colours outside [0, 1] move toward their own
 // luminance (kept, clipped to [0, 1]) just far enough to fit. Branch-free so the loop
 // vectorises: inside the gamut the limit works out to t >= 1 and the colour passes.
-ZOCA_HOT void MapChunk(const GamutParams& p, float* __restrict r, float* __restrict g,
-                       float* __restrict b, int n) {
+ZOCA_CLONES void MapChunk(const GamutParams& p, float* __restrict r, float* __restrict g,
+                          float* __restrict b, int n) {
     const float m0 = p.m[0], m1 = p.m[1], m2 = p.m[2], m3 = p.m[3], m4 = p.m[4];
     const float m5 = p.m[5], m6 = p.m[6], m7 = p.m[7], m8 = p.m[8];
     const float wr = p.lum[0], wg = p.lum[1], wb = p.lum[2];
@@ -117,8 +110,8 @@ ZOCA_HOT void MapChunk(const GamutParams& p, float* __restrict r, float* __restr
     }
 }
 
-ZOCA_HOT void MatrixChunk(const GamutParams& p, float* __restrict r, float* __restrict g,
-                          float* __restrict b, int n) {
+ZOCA_CLONES void MatrixChunk(const GamutParams& p, float* __restrict r, float* __restrict g,
+                             float* __restrict b, int n) {
     const float m0 = p.m[0], m1 = p.m[1], m2 = p.m[2], m3 = p.m[3], m4 = p.m[4];
     const float m5 = p.m[5], m6 = p.m[6], m7 = p.m[7], m8 = p.m[8];
     for (int x = 0; x < n; ++x) {
@@ -131,103 +124,184 @@ ZOCA_HOT void MatrixChunk(const GamutParams& p, float* __restrict r, float* __re
     }
 }
 
-// Table indices of linear values (vectorised); the lookups follow in EncodeChunk.
-ZOCA_HOT void LinearIndices(const float* __restrict v, int32_t* __restrict idx, int n) {
-    for (int x = 0; x < n; ++x) {
-        const float c = Min(Max(v[x], 0.0f), 1.0f);
-        uint32_t bits;
-        std::memcpy(&bits, &c, sizeof(bits));
-        const int32_t i = static_cast<int32_t>(bits >> (23 - kStepBits)) - kIndexBase;
-        idx[x] = i > 0 ? i : 0;
-    }
+// Codes through a 256-entry table: the vector clones gather.
+ZOCA_CLONES void Lookup(const float* __restrict table, const uint8_t* __restrict in,
+                        float* __restrict out, int n) {
+    for (int x = 0; x < n; ++x) out[x] = table[in[x]];
 }
 
-void EncodeChunk(const uint8_t* __restrict table, const float* v, int32_t* __restrict idx,
-                 uint8_t* __restrict out, int n) {
-    LinearIndices(v, idx, n);
-    for (int x = 0; x < n; ++x) out[x] = table[idx[x]];
+// A PowerCurve scaled by k, copied out of the parameters so that the loops below see
+// that no store can change it. The octave factor 2^(e g) is computed rather than read
+// from the table: the compiler emulates gathers from it with scalar loads.
+struct Power {
+    float g, k;
+    float c0, c1, c2, c3;
+    float e1, e2, e3, e4, e5;  // 2^f = 1 + e1 f + ... + e5 f^5 for |f| <= 1/2
+    Power(const PowerCurve& pc, float scale)
+        : g(pc.g), k(scale), c0(pc.c[0]), c1(pc.c[1]), c2(pc.c[2]), c3(pc.c[3]) {
+        const double l = std::log(2.0);
+        e1 = static_cast<float>(l);
+        e2 = static_cast<float>(l * l / 2);
+        e3 = static_cast<float>(l * l * l / 6);
+        e4 = static_cast<float>(l * l * l * l / 24);
+        e5 = static_cast<float>(l * l * l * l * l / 120);
+    }
+};
+
+// k * x^g for x in [0, 1]; 0 below 2^-31. x = 2^e m: m^g from the curve's cubic,
+// 2^(e g) = 2^n 2^f with n the nearest integer (the series is within 3e-6 there).
+ZOCA_INLINE float PowerAt(const Power& pw, float x) {
+    uint32_t bits;
+    std::memcpy(&bits, &x, sizeof(bits));
+    const int32_t e = static_cast<int32_t>(bits >> 23) - 127;
+    const uint32_t mb = (bits & 0x007fffffu) | 0x3f800000u;
+    float m;
+    std::memcpy(&m, &mb, sizeof(m));
+    const float t = m - 1.5f;
+    const float p = ((pw.c3 * t + pw.c2) * t + pw.c1) * t + pw.c0;
+    const float y = static_cast<float>(e) * pw.g;  // <= 0
+    const int32_t n = -static_cast<int32_t>(0.5f - y);
+    const float f = y - static_cast<float>(n);
+    const float q = ((((pw.e5 * f + pw.e4) * f + pw.e3) * f + pw.e2) * f + pw.e1) * f + 1.0f;
+    const uint32_t sb = static_cast<uint32_t>(n + 127) << 23;
+    float s2;
+    std::memcpy(&s2, &sb, sizeof(s2));
+    const float v = pw.k * s2 * q * p;
+    return e < -31 ? 0.0f : v;
+}
+
+// Linear light -> codes of the destination's curve.
+// The codes go through a word row first: a loop that narrows floats to bytes as it goes
+// is kept to half-width vectors by the compiler.
+template <bool kSrgb>
+ZOCA_INLINE void EncodeLoop(const Power& pw, const float* __restrict v, int32_t* __restrict words,
+                            uint8_t* __restrict out, int n) {
+    constexpr float kToe = 0.0031308f;
+    for (int x = 0; x < n; ++x) {
+        const float l = Min(Max(v[x], 0.0f), 1.0f);
+        float c = PowerAt(pw, l);
+        if (kSrgb) {
+            const float toe = l * (255.0f * 12.92f);
+            c = l <= kToe ? toe : c - 255.0f * 0.055f;
+        }
+        words[x] = static_cast<int32_t>(c + 0.5f);
+    }
+    for (int x = 0; x < n; ++x) out[x] = static_cast<uint8_t>(words[x]);
+}
+
+ZOCA_CLONES void EncodeCodes(const Power& pw, bool srgb, const float* __restrict v,
+                             int32_t* __restrict words, uint8_t* __restrict out, int n) {
+    if (srgb) {
+        EncodeLoop<true>(pw, v, words, out, n);
+    } else {
+        EncodeLoop<false>(pw, v, words, out, n);
+    }
 }
 
 struct Chunk {
     alignas(64) float r[kChunk];
     alignas(64) float g[kChunk];
     alignas(64) float b[kChunk];
-    alignas(64) float t[kChunk];
-    alignas(64) int32_t idx[kChunk];
+    alignas(64) int32_t words[kChunk];
 
-    void MapAndEncode(const GamutParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int n) {
+    void MapAndEncode(const GamutParams& p, const Power& pw, uint8_t* r8, uint8_t* g8, uint8_t* b8,
+                      int n) {
         if (p.map) {
             MapChunk(p, r, g, b, n);
         } else {
             MatrixChunk(p, r, g, b, n);
         }
-        EncodeChunk(p.enc.table, r, idx, r8, n);
-        EncodeChunk(p.enc.table, g, idx, g8, n);
-        EncodeChunk(p.enc.table, b, idx, b8, n);
+        EncodeCodes(pw, p.enc.srgb, r, words, r8, n);
+        EncodeCodes(pw, p.enc.srgb, g, words, g8, n);
+        EncodeCodes(pw, p.enc.srgb, b, words, b8, n);
     }
 };
 
+Power EncodePower(const Encoder& e) {
+    return Power(e.power, e.srgb ? 255.0f * 1.055f : 255.0f);
+}
+
 void GamutPlain(const GamutParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) {
     Chunk c;
+    const Power pw = EncodePower(p.enc);
     const float* dec = p.decode->value;
     for (int x0 = 0; x0 < w; x0 += kChunk) {
         const int n = std::min(kChunk, w - x0);
-        uint8_t* r = r8 + x0;
-        uint8_t* g = g8 + x0;
-        uint8_t* b = b8 + x0;
-        for (int x = 0; x < n; ++x) {
-            c.r[x] = dec[r[x]];
-            c.g[x] = dec[g[x]];
-            c.b[x] = dec[b[x]];
-        }
-        c.MapAndEncode(p, r, g, b, n);
+        Lookup(dec, r8 + x0, c.r, n);
+        Lookup(dec, g8 + x0, c.g, n);
+        Lookup(dec, b8 + x0, c.b, n);
+        c.MapAndEncode(p, pw, r8 + x0, g8 + x0, b8 + x0, n);
     }
 }
 
 // The curve runs on the largest component and every component is scaled by the same
 // gain, so hue and saturation are kept while brightness is compressed.
-void PqPlain(const ToneParams& p, const uint8_t* r, const uint8_t* g, const uint8_t* b, Chunk& c,
-             int n) {
+ZOCA_CLONES void PqPlain(const float* __restrict nits, const float* __restrict gain,
+                         const uint8_t* __restrict r, const uint8_t* __restrict g,
+                         const uint8_t* __restrict b, float* __restrict R, float* __restrict G,
+                         float* __restrict B, int n) {
     for (int x = 0; x < n; ++x) {
-        const float gain = p.gain->value[std::max(r[x], std::max(g[x], b[x]))];
-        c.r[x] = p.nits->value[r[x]] * gain;
-        c.g[x] = p.nits->value[g[x]] * gain;
-        c.b[x] = p.nits->value[b[x]] * gain;
+        const uint8_t top = std::max(r[x], std::max(g[x], b[x]));
+        const float k = gain[top];
+        R[x] = nits[r[x]] * k;
+        G[x] = nits[g[x]] * k;
+        B[x] = nits[b[x]] * k;
     }
 }
 
-void HlgPlain(const ToneParams& p, const uint8_t* r, const uint8_t* g, const uint8_t* b, Chunk& c,
-              int n) {
-    float* od = c.t;
+// The curve's cubics and the OOTF's power, copied out for the same reason as Power.
+struct HlgCurve {
+    CurveCubic cubic;
+    Power ootf;
+    float scale;
+};
+
+// CurveCubic::RatioAt, written so the loop around it vectorises.
+ZOCA_INLINE float RatioOf(const CurveCubic& cc, float top) {
+    constexpr int kShift = 23 - kCurveSteps;
+    uint32_t bits;
+    std::memcpy(&bits, &top, sizeof(bits));
+    const int32_t pos =
+        static_cast<int32_t>(bits >> kShift) - ((127 - kCurveOctaves) << kCurveSteps);
+    const int32_t i = Min(Max(pos, 0), kCurveSize - 1);
+    const float frac = static_cast<float>(static_cast<int32_t>(bits & ((1u << kShift) - 1))) *
+                       (1.0f / (1 << kShift));
+    const float f = pos > i ? 1.0f : frac;
+    const float out = ((cc.c[3][i] * f + cc.c[2][i]) * f + cc.c[1][i]) * f + cc.c[0][i];
+    const float ratio = out / top;
+    return pos < 0 ? 1.0f : ratio;
+}
+
+// BT.2100 OOTF (display light = peak * Ys^(gamma-1) * scene light), then the curve on
+// the largest component of display light.
+ZOCA_CLONES void HlgPlain(const HlgCurve& hc, const float* __restrict scene,
+                          const uint8_t* __restrict r, const uint8_t* __restrict g,
+                          const uint8_t* __restrict b, float* __restrict R, float* __restrict G,
+                          float* __restrict B, int n) {
     for (int x = 0; x < n; ++x) {
-        c.r[x] = p.scene->value[r[x]];
-        c.g[x] = p.scene->value[g[x]];
-        c.b[x] = p.scene->value[b[x]];
-        od[x] = 0.2627f * c.r[x] + 0.6780f * c.g[x] + 0.0593f * c.b[x];  // scene luminance Ys
-    }
-    // BT.2100 OOTF: display light = peak * Ys^(gamma-1) * scene light.
-    LinearIndices(od, c.idx, n);
-    for (int x = 0; x < n; ++x) od[x] = p.ootf[c.idx[x]];
-    for (int x = 0; x < n; ++x) {
-        const float top =
-            Min(od[x] * Max(c.r[x], Max(c.g[x], c.b[x])), 1.0f);  // display max / peak
-        const float k = od[x] * p.curve->RatioAt(top) * p.scale;
-        c.r[x] *= k;
-        c.g[x] *= k;
-        c.b[x] *= k;
+        const float sr = scene[r[x]], sg = scene[g[x]], sb = scene[b[x]];
+        const float ys = 0.2627f * sr + 0.6780f * sg + 0.0593f * sb;
+        const float od = PowerAt(hc.ootf, Min(Max(ys, 0x1p-31f), 1.0f));
+        const float top = Min(od * Max(sr, Max(sg, sb)), 1.0f);
+        const float k = od * RatioOf(hc.cubic, top) * hc.scale;
+        R[x] = sr * k;
+        G[x] = sg * k;
+        B[x] = sb * k;
     }
 }
 
 void TonePlain(const ToneParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) {
     Chunk c;
+    const Power pw = EncodePower(p.out.enc);
+    const HlgCurve hc{*p.curve, Power(p.ootf_power, 1.0f), p.scale};
     for (int x0 = 0; x0 < w; x0 += kChunk) {
         const int n = std::min(kChunk, w - x0);
         if (p.hlg) {
-            HlgPlain(p, r8 + x0, g8 + x0, b8 + x0, c, n);
+            HlgPlain(hc, p.scene->value, r8 + x0, g8 + x0, b8 + x0, c.r, c.g, c.b, n);
         } else {
-            PqPlain(p, r8 + x0, g8 + x0, b8 + x0, c, n);
+            PqPlain(p.nits->value, p.gain->value, r8 + x0, g8 + x0, b8 + x0, c.r, c.g, c.b, n);
         }
-        c.MapAndEncode(p.out, r8 + x0, g8 + x0, b8 + x0, n);
+        c.MapAndEncode(p.out, pw, r8 + x0, g8 + x0, b8 + x0, n);
     }
 }
 
@@ -237,7 +311,8 @@ bool avx512::Available() {
 #if ZOCA_AVX512_BUILD
     static const bool yes =
         __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi");
+        __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
+        __builtin_cpu_supports("avx512vnni");
     return yes;
 #else
     return false;

@@ -1,24 +1,26 @@
 // Linear-light row kernels behind gamut conversion and tone mapping. Each one works in
 // place on one row of planar 8-bit R, G, B. The plain build runs anywhere; the AVX-512
-// build (VBMI byte permutes for the tables, no gathers) is picked when the CPU has it.
+// build (VBMI byte permutes for the tables, no gathers) is picked when the CPU has it
+// (and VNNI, which the YUV encoder uses).
 // The two agree to within one code and almost always exactly.
 #ifndef ZOCA_SRC_LINEAR_H
 #define ZOCA_SRC_LINEAR_H
 
 #include <cstdint>
 
+#include "image.h"
+
+// The plain build's loops, cloned by instruction set rather than by CPU model (an "arch="
+// clone is dispatched only on that vendor's parts), picked at load time.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+#define ZOCA_CLONES __attribute__((target_clones("avx512f", "avx2", "default")))
+#define ZOCA_INLINE inline __attribute__((always_inline))
+#else
+#define ZOCA_CLONES
+#define ZOCA_INLINE inline
+#endif
+
 namespace zoca {
-
-// Linear light in [0, 1] -> table index through the float's own bits: 512 steps per
-// octave over 24 octaves keep dark values as finely resolved as bright ones, which a
-// uniform index cannot do for a 1/2.4 power.
-constexpr int kOctaves = 24;
-constexpr int kStepBits = 9;
-constexpr int kEncodeSize = (kOctaves << kStepBits) + 1;
-constexpr int kIndexBase = (127 - kOctaves) << kStepBits;
-
-// Centre of the linear interval that index i stands for.
-double IndexCentre(int i);
 
 // x^g on [0, 1] without a table lookup per value: x = 2^e * m with m in [1, 2), so
 // x^g = (2^e)^g * m^g, the first factor from 32 per-octave values (e >= -31; anything
@@ -27,6 +29,7 @@ double IndexCentre(int i);
 struct PowerCurve {
     float octave[32];  // octave[e + 31] = 2^(e * g)
     float c[4];        // m^g ~ c0 + c1 t + c2 t^2 + c3 t^3, t = m - 1.5
+    float g;
     static PowerCurve Of(double g);
     float At(float x) const;
 };
@@ -51,9 +54,8 @@ struct CodeTable {
 
 // Linear light -> 8-bit code of the destination's curve.
 struct Encoder {
-    const uint8_t* table;  // kEncodeSize codes by index (plain build)
-    PowerCurve power;      // x^(1/2.4), the core of both curves (vector build)
-    bool srgb;             // sRGB's linear toe and offset around the power
+    PowerCurve power;  // x^(1/2.4), the core of both curves
+    bool srgb;         // sRGB's linear toe and offset around the power
 };
 
 // Source codes -> linear light, into the destination's primaries, back to codes.
@@ -89,10 +91,9 @@ struct ToneParams {
     // the largest light).
     const CodeTable* nits;
     const CodeTable* gain;
-    // HLG: scene light of each code; Ys^(gamma-1) by encode index and as a power; the
-    // curve by display light over the peak.
+    // HLG: scene light of each code; Ys^(gamma-1) as a power; the curve by display
+    // light over the peak.
     const CodeTable* scene;
-    const float* ootf;
     PowerCurve ootf_power;
     const CurveCubic* curve;
     float scale;      // peak of the HDR signal over the SDR target
@@ -113,6 +114,12 @@ namespace avx512 {
 bool Available();
 void GamutRow(const GamutParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w);
 void ToneRow(const ToneParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w);
+// The same on a row of packed 4-byte pixels (src and dst in their own byte orders,
+// alpha passed through), with no planar rows between.
+void GamutPacked(const GamutParams& p, const uint8_t* src, PackedOrder so, uint8_t* dst,
+                 PackedOrder dor, int w);
+void TonePacked(const ToneParams& p, const uint8_t* src, PackedOrder so, uint8_t* dst,
+                PackedOrder dor, int w);
 }  // namespace avx512
 
 }  // namespace zoca

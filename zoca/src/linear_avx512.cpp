@@ -71,9 +71,9 @@ struct Power {
     // mantissa in [1, 2) from the rest.
     __m512 At(__m512 x) const {
         const __m512i bits = _mm512_castps_si512(x);
-        const __m512i i =
-            _mm512_sub_epi32(_mm512_srli_epi32(bits, 23), _mm512_set1_epi32(127 - 31));
-        const __m512 oct = _mm512_permutex2var_ps(o0, i, o1);
+        // The permute reads the low 5 bits of the biased exponent: 96..127 (2^-31..1)
+        // are already 0..31 there.
+        const __m512 oct = _mm512_permutex2var_ps(o0, _mm512_srli_epi32(bits, 23), o1);
         const __m512 m = _mm512_castsi512_ps(_mm512_ternarylogic_epi32(
             bits, _mm512_set1_epi32(0x007fffff), _mm512_set1_epi32(0x3f800000), 0xea));
         const __m512 t = _mm512_sub_ps(m, _mm512_set1_ps(1.5f));
@@ -154,20 +154,99 @@ struct Rows {
     uint8_t* b;
     int w;
     int x = 0;
+    __mmask64 m = 0;
 
-    bool Next(__m512i* R, __m512i* G, __m512i* B, __mmask64* m) {
+    bool Next(__m512i* R, __m512i* G, __m512i* B) {
         if (x >= w) return false;
         const int n = w - x < 64 ? w - x : 64;
-        *m = n == 64 ? ~0ull : (1ull << n) - 1;
-        *R = _mm512_maskz_loadu_epi8(*m, r + x);
-        *G = _mm512_maskz_loadu_epi8(*m, g + x);
-        *B = _mm512_maskz_loadu_epi8(*m, b + x);
+        m = n == 64 ? ~0ull : (1ull << n) - 1;
+        *R = _mm512_maskz_loadu_epi8(m, r + x);
+        *G = _mm512_maskz_loadu_epi8(m, g + x);
+        *B = _mm512_maskz_loadu_epi8(m, b + x);
         return true;
     }
-    void Put(__m512i R, __m512i G, __m512i B, __mmask64 m) {
+    void Put(__m512i R, __m512i G, __m512i B) {
         _mm512_mask_storeu_epi8(r + x, m, R);
         _mm512_mask_storeu_epi8(g + x, m, G);
         _mm512_mask_storeu_epi8(b + x, m, B);
+        x += 64;
+    }
+};
+
+// 64 packed 4-byte pixels a step, straight from and to the pictures' rows. Channels are
+// picked out with byte permutes into an order that the byte unpacks of Put turn back
+// into consecutive pixels: lane position 16k + 4q + i holds pixel 16q + 4k + i. Every
+// kernel step works lane by lane, so the order never shows.
+struct PackedRows {
+    const uint8_t* src;
+    uint8_t* dst;
+    PackedOrder so, dor;
+    int w;
+    int x = 0;
+    int n = 0;        // pixels in the current step
+    __m512i pick[4];  // by source byte position
+    __m512i A;        // the alpha of the current step, passed through
+
+    PackedRows(const uint8_t* s, PackedOrder sorder, uint8_t* d, PackedOrder dorder, int width)
+        : src(s), dst(d), so(sorder), dor(dorder), w(width) {
+        alignas(64) uint8_t idx[64];
+        for (int c = 0; c < 4; ++c) {
+            for (int p = 0; p < 64; ++p) {
+                const int k = p / 16, q = (p / 4) % 4, i = p % 4;
+                idx[p] = static_cast<uint8_t>(64 * (q & 1) + 4 * (4 * k + i) + c);
+            }
+            pick[c] = _mm512_load_si512(idx);
+        }
+    }
+
+    static __mmask16 Part(int n, int q) {
+        const int m = n - 16 * q;
+        return static_cast<__mmask16>(m >= 16 ? 0xffff : m <= 0 ? 0 : (1u << m) - 1);
+    }
+
+    bool Next(__m512i* R, __m512i* G, __m512i* B) {
+        if (x >= w) return false;
+        n = w - x < 64 ? w - x : 64;
+        const uint8_t* s = src + 4 * x;
+        __m512i v[4];
+        for (int q = 0; q < 4; ++q) {
+            // The frame streams from memory: ask for it well ahead.
+            _mm_prefetch(reinterpret_cast<const char*>(s + 64 * q) + 4096, _MM_HINT_T0);
+            v[q] = n == 64 ? _mm512_loadu_si512(s + 64 * q)
+                           : _mm512_maskz_loadu_epi32(Part(n, q), s + 64 * q);
+        }
+        constexpr __mmask64 kUpper = 0xff00ff00ff00ff00ull;  // lanes with q >= 2
+        auto channel = [&](int c) {
+            return _mm512_mask_blend_epi8(kUpper, _mm512_permutex2var_epi8(v[0], pick[c], v[1]),
+                                          _mm512_permutex2var_epi8(v[2], pick[c], v[3]));
+        };
+        *R = channel(so.r);
+        *G = channel(so.g);
+        *B = channel(so.b);
+        A = channel(so.a);
+        return true;
+    }
+
+    void Put(__m512i R, __m512i G, __m512i B) {
+        __m512i at[4];
+        at[dor.r] = R;
+        at[dor.g] = G;
+        at[dor.b] = B;
+        at[dor.a] = A;
+        const __m512i lo01 = _mm512_unpacklo_epi8(at[0], at[1]);
+        const __m512i hi01 = _mm512_unpackhi_epi8(at[0], at[1]);
+        const __m512i lo23 = _mm512_unpacklo_epi8(at[2], at[3]);
+        const __m512i hi23 = _mm512_unpackhi_epi8(at[2], at[3]);
+        const __m512i q[4] = {_mm512_unpacklo_epi16(lo01, lo23), _mm512_unpackhi_epi16(lo01, lo23),
+                              _mm512_unpacklo_epi16(hi01, hi23), _mm512_unpackhi_epi16(hi01, hi23)};
+        uint8_t* d = dst + 4 * x;
+        for (int i = 0; i < 4; ++i) {
+            if (n == 64) {
+                _mm512_storeu_si512(d + 64 * i, q[i]);
+            } else {
+                _mm512_mask_storeu_epi32(d + 64 * i, Part(n, i), q[i]);
+            }
+        }
         x += 64;
     }
 };
@@ -219,32 +298,28 @@ struct Ratio {
     }
 };
 
-}  // namespace
-
-void GamutRow(const GamutParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) {
+template <typename IO>
+void Gamut(const GamutParams& p, IO& rows) {
     const Out out(p);
-    Rows rows{r8, g8, b8, w};
     __m512i R, G, B;
-    __mmask64 m;
-    while (rows.Next(&R, &G, &B, &m)) {
+    while (rows.Next(&R, &G, &B)) {
         __m512 r[4], g[4], b[4];
         Lookup64(p.decode->bytes, R, r);
         Lookup64(p.decode->bytes, G, g);
         Lookup64(p.decode->bytes, B, b);
         FinishAll(out, r, g, b, &R, &G, &B);
-        rows.Put(R, G, B, m);
+        rows.Put(R, G, B);
     }
 }
 
-void ToneRow(const ToneParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) {
+template <typename IO>
+void Tone(const ToneParams& p, IO& rows) {
     const Out out(p.out);
     const Power ootf(p.ootf_power, 1.0f);
     const Ratio ratio(*p.curve);
     const __m512 scale = _mm512_set1_ps(p.scale);
-    Rows rows{r8, g8, b8, w};
     __m512i R, G, B;
-    __mmask64 m;
-    while (rows.Next(&R, &G, &B, &m)) {
+    while (rows.Next(&R, &G, &B)) {
         __m512 r[4], g[4], b[4];
         if (p.hlg) {
             Lookup64(p.scene->bytes, R, r);
@@ -278,8 +353,32 @@ void ToneRow(const ToneParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) 
             }
         }
         FinishAll(out, r, g, b, &R, &G, &B);
-        rows.Put(R, G, B, m);
+        rows.Put(R, G, B);
     }
+}
+
+}  // namespace
+
+void GamutRow(const GamutParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w) {
+    Rows rows{r, g, b, w};
+    Gamut(p, rows);
+}
+
+void ToneRow(const ToneParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w) {
+    Rows rows{r, g, b, w};
+    Tone(p, rows);
+}
+
+void GamutPacked(const GamutParams& p, const uint8_t* src, PackedOrder so, uint8_t* dst,
+                 PackedOrder dor, int w) {
+    PackedRows rows(src, so, dst, dor, w);
+    Gamut(p, rows);
+}
+
+void TonePacked(const ToneParams& p, const uint8_t* src, PackedOrder so, uint8_t* dst,
+                PackedOrder dor, int w) {
+    PackedRows rows(src, so, dst, dor, w);
+    Tone(p, rows);
 }
 
 }  // namespace avx512

@@ -1,8 +1,9 @@
 // Fixed-point YUV <-> RGB shared by the plain and the AVX-512 builds, which give the same
 // bytes. Decoding works in 16-bit lanes (Q14 gains with rounding high multiplies,
-// results in 1/64 code); encoding in 32-bit sums of 16-bit products (Q15 weights). Both
-// stay within half a code of the exact matrices before the final rounding, so every
-// result is within one code of a double-precision conversion.
+// results in 1/64 code); encoding in 32-bit sums of byte products (Q14 weights, which
+// the vector build splits into two signed bytes for VNNI dot products). Both stay within
+// 0.03 code of the exact matrices before the final rounding, so every result is within
+// one code of a double-precision conversion, dithered or not.
 #ifndef ZOCA_SRC_YUV_H
 #define ZOCA_SRC_YUV_H
 
@@ -63,8 +64,9 @@ inline void DecodePixel(int32_t yt, const ChromaTerms& c, uint8_t* r, uint8_t* g
     *b = Clamp8((yt + c.b) >> 6);
 }
 
-// Encoding weights, Q15, in R, G, B order. Luma is one pixel's sum; chroma takes the
-// sum of a 2x2 block, so its result carries 17 fraction bits.
+// Encoding weights, Q14, in R, G, B order. Luma is one pixel's sum; chroma takes the
+// sum of a 2x2 block, so its result carries 16 fraction bits. Every weight lies in
+// (-2^14, 2^14), the range the vector build's byte split holds.
 struct EncCoef {
     int32_t y[3], u[3], v[3];
     int32_t yoff;
@@ -72,19 +74,19 @@ struct EncCoef {
 EncCoef MakeEncCoef(int cs);
 
 inline uint8_t EncodeLuma(const EncCoef& k, int r, int g, int b, int32_t bias) {
-    return Clamp8(((k.yoff << 15) + k.y[0] * r + k.y[1] * g + k.y[2] * b + bias) >> 15);
+    return Clamp8(((k.yoff << 14) + k.y[0] * r + k.y[1] * g + k.y[2] * b + bias) >> 14);
 }
 // sr, sg, sb: sums over the 2x2 block.
 inline void EncodeChroma(const EncCoef& k, int sr, int sg, int sb, int32_t bias, uint8_t* u,
                          uint8_t* v) {
-    *u = Clamp8(((128 << 17) + k.u[0] * sr + k.u[1] * sg + k.u[2] * sb + bias) >> 17);
-    *v = Clamp8(((128 << 17) + k.v[0] * sr + k.v[1] * sg + k.v[2] * sb + bias) >> 17);
+    *u = Clamp8(((128 << 16) + k.u[0] * sr + k.u[1] * sg + k.u[2] * sb + bias) >> 16);
+    *v = Clamp8(((128 << 16) + k.v[0] * sr + k.v[1] * sg + k.v[2] * sb + bias) >> 16);
 }
 
 // Bits of each output step, for RoundBias.
 constexpr int kDecodeBits = 6;
-constexpr int kLumaBits = 15;
-constexpr int kChromaBits = 17;
+constexpr int kLumaBits = 14;
+constexpr int kChromaBits = 16;
 
 namespace avx512 {
 // One row of YUV into packed 4-byte pixels (o.bpp == 4) or planar R, G, B rows

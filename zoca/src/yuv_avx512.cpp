@@ -1,7 +1,7 @@
 // AVX-512 build of the fixed-point YUV <-> RGB rows in yuv.h: the same arithmetic on 32
-// pixels (decoding, 16-bit lanes) or 16 pixels (encoding, 32-bit sums) a step, so the
-// two builds give the same bytes. Partial steps at the end of a row read and write under
-// a mask and never touch a byte past the row.
+// pixels a step (decoding in 16-bit lanes; encoding two rows at once in VNNI dot products,
+// the 2x2 chroma sums in registers), so the two builds give the same bytes. Partial steps at the
+// end of a row read and write under a mask and never touch a byte past the row.
 #include "yuv.h"
 
 #if ZOCA_AVX512_BUILD
@@ -11,11 +11,12 @@
 #include <cstring>
 
 #if defined(__clang__)
-#pragma clang attribute push(__attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi"))), \
-                             apply_to = function)
+#pragma clang attribute push(                                                   \
+    __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vnni"))), \
+    apply_to = function)
 #else
 #pragma GCC push_options
-#pragma GCC target("avx512f,avx512bw,avx512vl,avx512vbmi")
+#pragma GCC target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vnni")
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #endif
@@ -23,6 +24,9 @@
 namespace zoca {
 namespace avx512 {
 namespace {
+
+// How far ahead of its reads the encoder asks for memory, in bytes.
+constexpr int kAhead = 4096;
 
 inline __mmask32 Mask32(int n) {
     return n >= 32 ? ~0u : (1u << n) - 1;
@@ -139,27 +143,21 @@ void DecodeRow(const DecCoef& k, Layout l, const uint8_t* y, const uint8_t* c0, 
 
 namespace {
 
-// Words of byte 0 and 2 (lo) and of byte 1 and 3 (hi) of 16 pixels, from packed 4-byte
-// pixels or from planar R, G, B taken as bytes 0, 1, 2 (byte 3 zero).
-struct Pixels {
-    __m512i lo, hi;
-};
-
-inline Pixels LoadPixels(const PackedOrder& o, const uint8_t* const* in, int x, int n) {
-    const __m512i byte_mask = _mm512_set1_epi32(0x00ff00ff);
-    if (n <= 0) return {_mm512_setzero_si512(), _mm512_setzero_si512()};  // past the row
+// 16 pixels as dwords (bytes in the source's order; planar R, G, B become bytes 0, 1, 2).
+// Past the row's end the lanes are zero; an odd last column stands for both columns of
+// its chroma block, so it is repeated.
+inline __m512i LoadPixels(const PackedOrder& o, const uint8_t* const* in, int x, int n) {
+    if (n <= 0) return _mm512_setzero_si512();
     alignas(64) uint8_t tmp[3][64];
     if (o.bpp == 4) {
         const uint8_t* p = in[0] + 4 * x;
-        if (n < 16) {  // an odd last column stands for both columns of its block
+        if (n < 16) {
             std::memset(tmp[0], 0, 64);
             std::memcpy(tmp[0], p, 4 * n);
             if (n & 1) std::memcpy(tmp[0] + 4 * n, p + 4 * (n - 1), 4);
             p = tmp[0];
         }
-        const __m512i v = _mm512_loadu_si512(p);
-        return {_mm512_and_si512(v, byte_mask),
-                _mm512_and_si512(_mm512_srli_epi32(v, 8), byte_mask)};
+        return _mm512_loadu_si512(p);
     }
     __m512i c[3];
     for (int i = 0; i < 3; ++i) {
@@ -172,50 +170,64 @@ inline Pixels LoadPixels(const PackedOrder& o, const uint8_t* const* in, int x, 
         }
         c[i] = _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
     }
-    return {_mm512_or_si512(c[0], _mm512_slli_epi32(c[2], 16)), c[1]};
+    return _mm512_ternarylogic_epi32(c[0], _mm512_slli_epi32(c[1], 8), _mm512_slli_epi32(c[2], 16),
+                                     0xfe);
 }
 
-// Q15 weights of bytes 0, 2 and of bytes 1, 3 as word pairs.
+// One Q14 weight set as two signed bytes per channel, w = 128 * hi + lo with lo in
+// 0..127, so that a pixel's weighted sum is two VNNI dot products of its four bytes.
 struct Weights {
-    __m512i w02, w13;
+    __m512i hi, lo;
     Weights(const int32_t* rgb, const PackedOrder& o) {
-        int32_t at[4] = {0, 0, 0, 0};
-        at[o.r] = rgb[0];
-        at[o.g] = rgb[1];
-        at[o.b] = rgb[2];
-        w02 = _mm512_set1_epi32(static_cast<int32_t>((static_cast<uint32_t>(at[2]) << 16) |
-                                                     (static_cast<uint32_t>(at[0]) & 0xffff)));
-        w13 = _mm512_set1_epi32(static_cast<int32_t>((static_cast<uint32_t>(at[3]) << 16) |
-                                                     (static_cast<uint32_t>(at[1]) & 0xffff)));
+        int8_t h[4] = {0, 0, 0, 0}, l[4] = {0, 0, 0, 0};
+        const int at[3] = {o.r, o.g, o.b};
+        for (int c = 0; c < 3; ++c) {
+            h[at[c]] = static_cast<int8_t>(rgb[c] >> 7);
+            l[at[c]] = static_cast<int8_t>(rgb[c] & 127);
+        }
+        int32_t hw, lw;
+        std::memcpy(&hw, h, 4);
+        std::memcpy(&lw, l, 4);
+        hi = _mm512_set1_epi32(hw);
+        lo = _mm512_set1_epi32(lw);
     }
-    __m512i Apply(const Pixels& p) const {
-        return _mm512_add_epi32(_mm512_madd_epi16(p.lo, w02), _mm512_madd_epi16(p.hi, w13));
+    // acc / 128 + the sums of a and b: acc's low 7 bits must be zero.
+    __m512i Sum(__m512i acc_hi, __m512i a) const {
+        return _mm512_dpbusd_epi32(_mm512_slli_epi32(_mm512_dpbusd_epi32(acc_hi, a, hi), 7), a, lo);
+    }
+    __m512i Sum2(__m512i acc_hi, __m512i a, __m512i b) const {
+        const __m512i h = _mm512_dpbusd_epi32(_mm512_dpbusd_epi32(acc_hi, a, hi), b, hi);
+        return _mm512_dpbusd_epi32(_mm512_dpbusd_epi32(_mm512_slli_epi32(h, 7), a, lo), b, lo);
     }
 };
 
-// Byte picks of 32 luma values held as dwords in two vectors (16 pixels each).
+// Byte picks after the saturating packs, which interleave 128-bit lanes.
+// Luma: lane k of the pack holds, for row r and half h, columns 16h + 4k .. + 3 at byte
+// 16k + 8r + 4h; the pick gives row 0's 32 bytes, then row 1's.
 __m512i LumaPick() {
-    alignas(64) uint8_t idx[64] = {};
-    for (int j = 0; j < 32; ++j) idx[j] = static_cast<uint8_t>(j < 16 ? 4 * j : 64 + 4 * (j - 16));
+    alignas(64) uint8_t idx[64];
+    for (int r = 0; r < 2; ++r) {
+        for (int c = 0; c < 32; ++c) {
+            const int h = c / 16, i = c % 16;
+            idx[32 * r + c] = static_cast<uint8_t>(16 * (i / 4) + 8 * r + 4 * h + i % 4);
+        }
+    }
     return _mm512_load_si512(idx);
 }
 
-// Byte picks of 16 chroma samples held as dwords: Cb in the first vector, Cr in the
-// second, lane 2j for pair j of the first 16 pixels and lane 2j+1 for pair j of the
-// next 16. Written in the destination's order: Cb,Cr pairs (NV12), Cr,Cb (NV21), or 16
-// Cb then 16 Cr (I420).
+// Chroma: Cb sample j at byte 16 (j / 4) + j % 4, Cr 4 bytes later. Written in the
+// destination's order: Cb,Cr pairs (NV12), Cr,Cb (NV21), or 16 Cb then 16 Cr (I420).
 __m512i ChromaPick(Layout l) {
     alignas(64) uint8_t idx[64] = {};
-    for (int p = 0; p < 16; ++p) {
-        const int lane = p < 8 ? 2 * p : 2 * (p - 8) + 1;
-        const uint8_t u = static_cast<uint8_t>(4 * lane);
-        const uint8_t v = static_cast<uint8_t>(64 + 4 * lane);
+    for (int j = 0; j < 16; ++j) {
+        const uint8_t u = static_cast<uint8_t>(16 * (j / 4) + j % 4);
+        const uint8_t v = static_cast<uint8_t>(u + 4);
         if (l == Layout::I420) {
-            idx[p] = u;
-            idx[16 + p] = v;
+            idx[j] = u;
+            idx[16 + j] = v;
         } else {
-            idx[2 * p] = l == Layout::NV12 ? u : v;
-            idx[2 * p + 1] = l == Layout::NV12 ? v : u;
+            idx[2 * j] = l == Layout::NV12 ? u : v;
+            idx[2 * j + 1] = l == Layout::NV12 ? v : u;
         }
     }
     return _mm512_load_si512(idx);
@@ -227,80 +239,83 @@ void EncodeRows(const EncCoef& k, PackedOrder o, const uint8_t* const in[6], Lay
                 uint8_t* y1, uint8_t* c0, uint8_t* c1, int w, int row, bool dither) {
     const PackedOrder pos = o.bpp == 4 ? o : PackedOrder{0, 0, 1, 2, 3};
     const Weights wy(k.y, pos), wu(k.u, pos), wv(k.v, pos);
+    // Offsets and rounding, over 128 (the high bytes' sums are scaled up by 128 after).
+    // Each column's chroma sum carries half its block's offset.
     int32_t b[3][16];
     for (int i = 0; i < 16; ++i) {
-        b[0][i] = (k.yoff << 15) + RoundBias(dither, row, i, kLumaBits);
-        b[1][i] = (k.yoff << 15) + RoundBias(dither, row + 1, i, kLumaBits);
-        b[2][i] = (128 << 17) + RoundBias(dither, row / 2, i / 2, kChromaBits);
+        b[0][i] = ((k.yoff << kLumaBits) + RoundBias(dither, row, i, kLumaBits)) >> 7;
+        b[1][i] = ((k.yoff << kLumaBits) + RoundBias(dither, row + 1, i, kLumaBits)) >> 7;
+        b[2][i] =
+            ((128 << (kChromaBits - 1)) + RoundBias(dither, row / 2, i / 2, kChromaBits - 1)) >> 7;
     }
     const __m512i bias[2] = {_mm512_loadu_si512(b[0]), _mm512_loadu_si512(b[1])};
     const __m512i cbias = _mm512_loadu_si512(b[2]);
-    const __m512i zero = _mm512_setzero_si512();
-    const __m512i top = _mm512_set1_epi32(255);
     const __m512i luma_pick = LumaPick();
     const __m512i chroma_pick = ChromaPick(l);
+    const __m512i even =
+        _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+    const __m512i odd = _mm512_add_epi32(even, _mm512_set1_epi32(1));
     const uint8_t* const* in1 = o.bpp == 4 ? in + 1 : in + 3;
-    uint8_t* const ys[2] = {y0, y1};
-    // 32 pixels a step, as two halves of 16.
+    // 32 pixels of both rows a step, as two halves of 16.
     for (int x = 0; x < w; x += 32) {
         const int n = w - x < 32 ? w - x : 32;
-        Pixels p[2][2];  // [half][row]
-        for (int h = 0; h < 2; ++h) {
-            p[h][0] = LoadPixels(o, in, x + 16 * h, n - 16 * h);
-            p[h][1] = LoadPixels(o, in1, x + 16 * h, n - 16 * h);
-        }
-        __m256i luma[2];
-        for (int r = 0; r < 2; ++r) {
-            __m512i v[2];
-            for (int h = 0; h < 2; ++h) {
-                v[h] = _mm512_min_epi32(
-                    _mm512_srai_epi32(_mm512_add_epi32(wy.Apply(p[h][r]), bias[r]), 15), top);
+        __m512i p[2][2];  // [row][half]
+        if (n == 32 && o.bpp == 4) {
+            // The frame streams from memory: ask for both rows well ahead.
+            for (int r = 0; r < 2; ++r) {
+                const uint8_t* src = (r == 0 ? in[0] : in1[0]) + 4 * x;
+                _mm_prefetch(reinterpret_cast<const char*>(src) + kAhead, _MM_HINT_T0);
+                _mm_prefetch(reinterpret_cast<const char*>(src) + kAhead + 64, _MM_HINT_T0);
+                p[r][0] = _mm512_loadu_si512(src);
+                p[r][1] = _mm512_loadu_si512(src + 64);
             }
-            luma[r] = _mm512_castsi512_si256(_mm512_permutex2var_epi8(v[0], luma_pick, v[1]));
+        } else {
+            for (int h = 0; h < 2; ++h) {
+                p[0][h] = LoadPixels(o, in, x + 16 * h, n - 16 * h);
+                p[1][h] = LoadPixels(o, in1, x + 16 * h, n - 16 * h);
+            }
         }
-        // 2x2 sums: the two rows, then each pixel with its neighbour (both dwords of a
-        // pair hold the pair's sum); the first half's pairs go to even lanes, the
-        // second's to odd ones.
-        Pixels s[2];
-        for (int h = 0; h < 2; ++h) {
-            s[h] = {_mm512_add_epi16(p[h][0].lo, p[h][1].lo),
-                    _mm512_add_epi16(p[h][0].hi, p[h][1].hi)};
-            s[h].lo = _mm512_add_epi16(s[h].lo, _mm512_shuffle_epi32(s[h].lo, _MM_PERM_CDAB));
-            s[h].hi = _mm512_add_epi16(s[h].hi, _mm512_shuffle_epi32(s[h].hi, _MM_PERM_CDAB));
+        __m512i packed[2];
+        for (int r = 0; r < 2; ++r) {
+            packed[r] = _mm512_packs_epi32(_mm512_srai_epi32(wy.Sum(bias[r], p[r][0]), kLumaBits),
+                                           _mm512_srai_epi32(wy.Sum(bias[r], p[r][1]), kLumaBits));
         }
-        const Pixels both{_mm512_mask_blend_epi32(0xaaaa, s[0].lo, s[1].lo),
-                          _mm512_mask_blend_epi32(0xaaaa, s[0].hi, s[1].hi)};
-        auto finish = [&](const Weights& wt) {
-            const __m512i c = _mm512_srai_epi32(_mm512_add_epi32(wt.Apply(both), cbias), 17);
-            return _mm512_min_epi32(_mm512_max_epi32(c, zero), top);
+        const __m512i luma =
+            _mm512_permutexvar_epi8(luma_pick, _mm512_packus_epi16(packed[0], packed[1]));
+        // Each column's sum over both rows, then each pair of columns.
+        auto chroma = [&](const Weights& wt) {
+            const __m512i a = wt.Sum2(cbias, p[0][0], p[1][0]);
+            const __m512i c = wt.Sum2(cbias, p[0][1], p[1][1]);
+            return _mm512_srai_epi32(_mm512_add_epi32(_mm512_permutex2var_epi32(a, even, c),
+                                                      _mm512_permutex2var_epi32(a, odd, c)),
+                                     kChromaBits);
         };
-        const __m256i chroma =
-            _mm512_castsi512_si256(_mm512_permutex2var_epi8(finish(wu), chroma_pick, finish(wv)));
+        const __m512i uv = _mm512_packs_epi32(chroma(wu), chroma(wv));
+        const __m256i ch = _mm512_castsi512_si256(
+            _mm512_permutexvar_epi8(chroma_pick, _mm512_packus_epi16(uv, uv)));
+        const __m256i l0 = _mm512_castsi512_si256(luma);
+        const __m256i l1 = _mm512_extracti64x4_epi64(luma, 1);
         const int cn = (n + 1) / 2;
         uint8_t* const cr = l == Layout::I420 ? c1 + x / 2 : nullptr;
         uint8_t* const cb = l == Layout::I420 ? c0 + x / 2 : c0 + x;
         if (n == 32) {  // masked stores are slow on some parts: only at the row's end
-            for (int r = 0; r < 2; ++r) {
-                if (ys[r] != nullptr)
-                    _mm256_storeu_si256(reinterpret_cast<__m256i*>(ys[r] + x), luma[r]);
-            }
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(y0 + x), l0);
+            if (y1 != nullptr) _mm256_storeu_si256(reinterpret_cast<__m256i*>(y1 + x), l1);
             if (cr != nullptr) {
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(cb), _mm256_castsi256_si128(chroma));
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(cr),
-                                 _mm256_extracti128_si256(chroma, 1));
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(cb), _mm256_castsi256_si128(ch));
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(cr), _mm256_extracti128_si256(ch, 1));
             } else {
-                _mm256_storeu_si256(reinterpret_cast<__m256i*>(cb), chroma);
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(cb), ch);
             }
             continue;
         }
-        for (int r = 0; r < 2; ++r) {
-            if (ys[r] != nullptr) _mm256_mask_storeu_epi8(ys[r] + x, Mask32(n), luma[r]);
-        }
+        _mm256_mask_storeu_epi8(y0 + x, Mask32(n), l0);
+        if (y1 != nullptr) _mm256_mask_storeu_epi8(y1 + x, Mask32(n), l1);
         if (cr != nullptr) {
-            _mm_mask_storeu_epi8(cb, Mask16(cn), _mm256_castsi256_si128(chroma));
-            _mm_mask_storeu_epi8(cr, Mask16(cn), _mm256_extracti128_si256(chroma, 1));
+            _mm_mask_storeu_epi8(cb, Mask16(cn), _mm256_castsi256_si128(ch));
+            _mm_mask_storeu_epi8(cr, Mask16(cn), _mm256_extracti128_si256(ch, 1));
         } else {
-            _mm256_mask_storeu_epi8(cb, Mask32(2 * cn), chroma);
+            _mm256_mask_storeu_epi8(cb, Mask32(2 * cn), ch);
         }
     }
 }

@@ -141,6 +141,8 @@ TEST_F(ErrorTest, UsageErrorsInWords) {
         {{"rot", "in.png", "--angle", "90", "-j", "0"}, "--jobs: '0' is not allowed: give a whole number from 1 to 256" + usage},
         {{"-j", "x", "rot", "in.png", "--angle", "90"}, "--jobs: 'x' is not allowed: give a whole number from 1 to 256" + usage},
         {{"rot", "in.png", "--angle", "90", "--quality", "101"}, "--quality: '101' is not allowed: give a whole number from 1 to 100" + usage},
+        {{"rot", "in.png", "--angle", "90", "--subsampling", "411"}, "--subsampling: '411' is not allowed: give 420, 422 or 444" + usage},
+        {{"rot", "in.png", "--angle", "90", "--png-compression", "10"}, "--png-compression: '10' is not allowed: give a whole number from 0 to 9" + usage},
         {{"rot", "in.png", "--angle", "90", "--frame", "1.5"}, "--frame: '1.5' is not allowed: give a whole number 0 or more" + usage},
         {{"rot", "in.png", "in.yuv", "--angle", "90", "-o", "out.png"}, "'out.png' names one picture file, but the inputs are several pictures; give an output folder (-o FOLDER)\n"},
     };

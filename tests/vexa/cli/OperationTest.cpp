@@ -1,4 +1,6 @@
 // Every operation of the command on real files: what comes out, and that the pixels are right.
+#include <png.h>
+
 #include "CliSupport.h"
 
 namespace vexa::cli::test {
@@ -322,6 +324,47 @@ TEST_F(SizeTest, OutputNamesFollowWhatWasAsked) {
         EXPECT_TRUE(fs::exists(path(name))) << name;
     }
     EXPECT_EQ(load("photo.csc.nv12", 8, 6).colorFormat, kNv12);
+}
+
+// A 4x2 RGB PNG of 16-bit samples, or of 8-bit ones with EXIF orientation 6 (a quarter turn).
+void writePngWithLibpng(const std::string& file, int bits) {
+    std::FILE* f = std::fopen(file.c_str(), "wb");
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    if (setjmp(png_jmpbuf(png)) == 0) {
+        png_init_io(png, f);
+        png_set_IHDR(png, info, 4, 2, bits, PNG_COLOR_TYPE_RGB, 0, 0, 0);
+        png_byte exif[] = {'I', 'I', 42, 0, 8, 0, 0, 0, 1, 0, 0x12,
+                           1,   3,   0,  1, 0, 0, 0, 6, 0, 0, 0};
+        if (bits == 8) png_set_eXIf_1(png, info, sizeof exif, exif);
+        png_write_info(png, info);
+        std::vector<png_byte> row(4 * 3 * bits / 8, 0x80);
+        for (int y = 0; y < 2; ++y) png_write_row(png, row.data());
+        png_write_end(png, nullptr);
+    }
+    png_destroy_write_struct(&png, &info);
+    std::fclose(f);
+}
+
+TEST_F(PixelTest, ColourTagsDepthAndOrientationOfFiles) {
+    save("in.png", solidRgb(64, 48, 200, 80, 60));  // within every gamut, so no mapping
+    ok({"gamut", "in.png", "--to-space", "bt2020", "-o", "wide.png"});
+    EXPECT_EQ(load("wide.png").colorSpace, vexa::io::kSpaceBt2020);
+    // The tag is the input's colour space: back to sRGB comes close to where it started.
+    ok({"gamut", "wide.png", "--to-space", "srgb", "-o", "back.png"});
+    EXPECT_LE(maxDifference(load("back.png").data, load("in.png").data), 2);
+    EXPECT_GT(maxDifference(load("wide.png").data, load("in.png").data), 20);
+    ok({"resize", "wide.png", "--to", "32x24", "-o", "small.jpg"});
+    EXPECT_EQ(load("small.jpg").colorSpace, vexa::io::kSpaceBt2020);
+
+    writePngWithLibpng(path("deep.png"), 16);
+    EXPECT_TRUE(contains(ok({"rot", "deep.png", "--angle", "0", "-o", "a.png"}).err,
+                         "vexa: note: deep.png has 16-bit samples"));
+    writePngWithLibpng(path("turned.png"), 8);
+    ok({"rot", "turned.png", "--angle", "0", "-o", "a.png"});
+    EXPECT_EQ(load("a.png").width, 2);
+    ok({"rot", "turned.png", "--angle", "0", "--no-auto-orient", "-o", "a.png"});
+    EXPECT_EQ(load("a.png").width, 4);
 }
 
 }  // namespace

@@ -63,8 +63,9 @@ TEST_F(PngTest, ExpandsEveryInputKindTo8BitRgbOrRgba) {
          {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}}, {255, 128}, kRgba, {1, 2, 3, 255, 4, 5, 6, 128, 7, 8, 9, 255}},
         {"palette 8-bit", PNG_COLOR_TYPE_PALETTE, 8, false, 2, {1, 0}, {{1, 2, 3}, {4, 5, 6}}, {}, kRgb,
          {4, 5, 6, 1, 2, 3}},
+        // Scaled by 255/65535 and dithered, not cut to the high byte: 0xFF00 is 254.007.
         {"rgb 16-bit", PNG_COLOR_TYPE_RGB, 16, false, 1, {0x12, 0x34, 0xAB, 0xCD, 0xFF, 0x00}, {}, {}, kRgb,
-         {0x12, 0xAB, 0xFF}},
+         {0x12, 0xAB, 0xFE}},
         {"rgba interlaced", PNG_COLOR_TYPE_RGBA, 8, true, 3, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}, {}, {},
          kRgba, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}},
     };
@@ -76,6 +77,7 @@ TEST_F(PngTest, ExpandsEveryInputKindTo8BitRgbOrRgba) {
         ASSERT_EQ(image.colorFormat, in.expectedFormat);
         ASSERT_EQ(image.width, in.width);
         ASSERT_EQ(image.height, 3);
+        EXPECT_EQ(image.sourceBits, in.bitDepth == 16 ? 16 : 8);
         std::vector<uint8_t> expected;
         for (int y = 0; y < 3; ++y) {
             expected.insert(expected.end(), in.expectedRow.begin(), in.expectedRow.end());
@@ -116,60 +118,7 @@ TEST_F(PngTest, RejectsTruncatedCorruptAndAbsurdFiles) {
     expectReadFails("big.png", {"too short"});
 }
 
-double meanAbsDifference(const Image& a, const Image& b) {
-    double sum = 0;
-    for (size_t i = 0; i < a.data.size(); ++i) sum += std::abs(int(a.data[i]) - int(b.data[i]));
-    return sum / double(a.data.size());
-}
-
 using JpegTest = IoTest;
-
-TEST_F(JpegTest, RoundTripIsCloseAndQualityMatters) {
-    Image image{67, 45, kRgb, {}};  // smooth, as photographs are
-    for (int y = 0; y < 45; ++y) {
-        for (int x = 0; x < 67; ++x) {
-            image.data.insert(image.data.end(), {uint8_t(x * 255 / 67), uint8_t(y * 255 / 45),
-                                                 uint8_t(128 + (x - y) / 4)});
-        }
-    }
-    writeImage(path("q92.jpg"), image);
-    writeImage(path("q10.JPEG"), image, {10});
-    const Image high = readImage(path("q92.jpg"));
-    const Image low = readImage(path("q10.JPEG"));
-    ASSERT_EQ(describe(high), "67x45 rgb, 9045 bytes");
-    ASSERT_EQ(describe(low), describe(high));
-    EXPECT_LT(meanAbsDifference(high, image), 2.0);
-    EXPECT_GT(meanAbsDifference(low, image), meanAbsDifference(high, image));
-    EXPECT_GT(fs::file_size(path("q92.jpg")), fs::file_size(path("q10.JPEG")));
-}
-
-TEST_F(JpegTest, GrayscaleComesOutAsRgb) {
-    std::FILE* f = std::fopen(path("gray.jpg").c_str(), "wb");
-    ASSERT_NE(f, nullptr);
-    jpeg_compress_struct cinfo{};
-    jpeg_error_mgr err{};
-    cinfo.err = jpeg_std_error(&err);
-    jpeg_create_compress(&cinfo);
-    jpeg_stdio_dest(&cinfo, f);
-    cinfo.image_width = 16;
-    cinfo.image_height = 8;
-    cinfo.input_components = 1;
-    cinfo.in_color_space = JCS_GRAYSCALE;
-    jpeg_set_defaults(&cinfo);
-    jpeg_set_quality(&cinfo, 100, TRUE);
-    jpeg_start_compress(&cinfo, TRUE);
-    std::vector<uint8_t> row(16, 77);
-    for (JSAMPROW r = row.data(); cinfo.next_scanline < cinfo.image_height;) {
-        jpeg_write_scanlines(&cinfo, &r, 1);
-    }
-    jpeg_finish_compress(&cinfo);
-    jpeg_destroy_compress(&cinfo);
-    std::fclose(f);
-
-    const Image image = readImage(path("gray.jpg"));
-    ASSERT_EQ(describe(image), "16x8 rgb, 384 bytes");
-    for (uint8_t v : image.data) EXPECT_NEAR(v, 77, 1);
-}
 
 TEST_F(JpegTest, RejectsTruncatedAndForeignFiles) {
     // Noise, so that most of the file is scan data and the cut lands inside it, where

@@ -152,17 +152,11 @@ namespace {
 // Real headers are a few dozen bytes; the cap keeps a binary file from being read whole.
 constexpr size_t kMaxLine = 4096;
 
-// 4x4 Bayer thresholds: reducing a smooth deep gradient this way leaves no bands.
-constexpr uint8_t kBayer[4][4] = {{0, 8, 2, 10}, {12, 4, 14, 6}, {3, 11, 1, 9}, {15, 7, 13, 5}};
-
 void ditherPlane(const uint16_t* in, uint8_t* out, int width, int height, int bits) {
     const uint32_t max = (1u << bits) - 1;
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x) {
-            const uint32_t v = std::min<uint32_t>(in[size_t(y) * width + x], max);
-            // v * 255 / max in sixteenths, plus the threshold, floored.
-            const uint32_t scaled = (v * 255u * 16u + max / 2) / max + kBayer[y & 3][x & 3];
-            out[size_t(y) * width + x] = static_cast<uint8_t>(std::min<uint32_t>(scaled / 16, 255));
+            out[size_t(y) * width + x] = detail::ditherSample(in[size_t(y) * width + x], max, x, y);
         }
     }
 }
@@ -194,8 +188,9 @@ struct FrameReader::State {
     std::string path;
     FilePtrOrStdin file;
     bool y4m = false;
-    bool still = false;  // PNG or JPEG: one frame
+    bool still = false;  // PNG or JPEG: one frame, read on opening
     bool stillRead = false;
+    Image stillImage;
     int width = 0;
     int height = 0;
     int colorFormat = 0;
@@ -437,11 +432,16 @@ FrameReader::FrameReader(const std::string& path, const RawOptions& raw)
         const detail::FileType& type = detail::requireType(path);
         if (type.kind == detail::Kind::Png || type.kind == detail::Kind::Jpeg) {
             s.still = true;
-            return;
+        } else {
+            s.file = FilePtrOrStdin(detail::openForRead(path).release(), true);
         }
-        s.file = FilePtrOrStdin(detail::openForRead(path).release(), true);
     } catch (const IoError& e) {
         throw IoError("cannot read '" + path + "': " + e.what());
+    }
+    if (s.still) {
+        s.stillImage = readImage(path, raw);  // names the file in its own messages
+        s.bits = s.stillImage.sourceBits;
+        return;
     }
     const detail::FileType& type = detail::requireType(path);
     s.y4m = type.kind == detail::Kind::Y4m;
@@ -467,8 +467,7 @@ bool FrameReader::next(Image& frame) {
     if (s.still) {
         if (s.stillRead) return false;
         s.stillRead = true;
-        RawOptions none;
-        frame = readImage(s.path, none);
+        frame = std::move(s.stillImage);
         ++s.index;
         return true;
     }
@@ -596,17 +595,10 @@ FrameWriter::FrameWriter(const std::string& path, const std::string& type, const
 
 FrameWriter::~FrameWriter() = default;
 
-void FrameWriter::write(const ImageView& frame, long long index) {
+void FrameWriter::write(Image frame, long long index) {
     State& s = *state_;
-    const std::string name = s.toStdout ? "standard output" : s.path;
-    const size_t bytes = imageByteSize(frame.colorFormat, frame.width, frame.height);
-    const auto copy = [&] {
-        Image image{frame.width, frame.height, frame.colorFormat, {}};
-        image.data.assign(frame.data, frame.data + bytes);
-        return image;
-    };
     if (s.pattern) {
-        writeImage(framePath(s.path, index), copy(), s.options);
+        writeImage(framePath(s.path, index), frame, s.options);
         ++s.frames;
         return;
     }
@@ -617,8 +609,22 @@ void FrameWriter::write(const ImageView& frame, long long index) {
                           "the output with a frame number (out-%04d" +
                           s.type->extension + ") or pick a frame with --frame N");
         }
-        s.single = copy();
+        s.single = std::move(frame);
         ++s.frames;
+        return;
+    }
+    write(frame.view(), index);
+}
+
+void FrameWriter::write(const ImageView& frame, long long index) {
+    State& s = *state_;
+    const std::string name = s.toStdout ? "standard output" : s.path;
+    const size_t bytes = imageByteSize(frame.colorFormat, frame.width, frame.height);
+    if (s.pattern || s.out == nullptr) {
+        // Pictures are written whole, from a copy the writer owns.
+        Image image{frame.width, frame.height, frame.colorFormat, {}};
+        image.data.assign(frame.data, frame.data + bytes);
+        write(std::move(image), index);
         return;
     }
     try {

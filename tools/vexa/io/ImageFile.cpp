@@ -147,12 +147,21 @@ void checkWritable(const FileType& type, const Image& image, const WriteOptions&
             if (format != kRgb && format != kRgba) {
                 fail("PNG output needs an rgb or rgba image, not " + have + "; convert it first");
             }
+            if (options.pngCompression < -1 || options.pngCompression > 9) {
+                fail("PNG compression " + std::to_string(options.pngCompression) +
+                     " is not in 0..9");
+            }
             break;
         case Kind::Jpeg:
             if (format != kRgb)
                 fail("JPEG output needs an rgb image, not " + have + "; convert it first");
             if (options.jpegQuality < 1 || options.jpegQuality > 100) {
                 fail("JPEG quality " + std::to_string(options.jpegQuality) + " is not in 1..100");
+            }
+            if (options.jpegSubsampling != 0 && options.jpegSubsampling != 420 &&
+                options.jpegSubsampling != 422 && options.jpegSubsampling != 444) {
+                fail("JPEG subsampling " + std::to_string(options.jpegSubsampling) +
+                     " is not 420, 422 or 444");
             }
             break;
         case Kind::Y4m:
@@ -237,7 +246,9 @@ Image readImage(const std::string& path, const RawOptions& raw) {
         const FileType& type = requireType(path);
         if (type.kind == Kind::Png || type.kind == Kind::Jpeg) {
             FilePtr f = openForRead(path);
-            return type.kind == Kind::Png ? detail::readPng(f.get()) : detail::readJpeg(f.get());
+            return type.kind == Kind::Png
+                       ? detail::readPng(f.get(), raw.autoOrient)
+                       : detail::readJpeg(f.get(), raw.autoOrient, raw.minWidth, raw.minHeight);
         }
     } catch (const IoError& e) {
         throw IoError("cannot read '" + path + "': " + e.what());
@@ -268,10 +279,10 @@ void writeImage(const std::string& path, const Image& image, const WriteOptions&
         std::FILE* f = out.get();
         switch (type.kind) {
             case Kind::Png:
-                detail::writePng(f, image);
+                detail::writePng(f, image, options.pngCompression);
                 break;
             case Kind::Jpeg:
-                detail::writeJpeg(f, image, options.jpegQuality);
+                detail::writeJpeg(f, image, options.jpegQuality, options.jpegSubsampling);
                 break;
             case Kind::Y4m:
                 detail::writeY4mHeader(f, image.width, image.height, {});

@@ -10,6 +10,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vexa::io {
@@ -24,6 +25,20 @@ enum ColorFormatCode : int {
     kArgb = 10,
     kBgr = 11,
     kBgra = 12,
+};
+
+// The framework's colour space codes files can be tagged with.
+enum ColorSpaceCode : int {
+    kSpaceBt601 = 1,
+    kSpaceBt709 = 2,
+    kSpaceBt2020 = 3,
+    kSpaceBt601_625 = 4,
+    kSpaceDisplayP3 = 5,
+    kSpaceSrgb = 18,
+    kSpaceBt2100 = 19,
+    kSpaceBt601Full = 33,
+    kSpaceBt709Full = 34,
+    kSpaceBt2020Full = 35,
 };
 
 // Larger pictures are rejected as corrupt or mistyped rather than allocated.
@@ -44,10 +59,28 @@ struct ImageView {
 //  - yuv420: luma, then Cb, then Cr, each chroma plane (width+1)/2 by (height+1)/2;
 //  - packed formats: width*bytesPerPixel per row, bytes in the order the name says.
 struct Image {
+    Image() = default;
+    Image(int width, int height, int colorFormat, std::vector<uint8_t> data)
+        : width(width), height(height), colorFormat(colorFormat), data(std::move(data)) {}
+
     int width = 0;
     int height = 0;
     int colorFormat = 0;
     std::vector<uint8_t> data;
+    // The framework colour space code the file is tagged with, 0 when it carries no tag this
+    // layer recognises (untagged RGB is taken as sRGB). Written as the file's colour tags.
+    int colorSpace = 0;
+    // Which tag colorSpace came from: "cICP", "ICC", "sRGB", "gAMA/cHRM"; empty when untagged.
+    // A tag that was present but not understood says so ("ICC, not recognised").
+    std::string colorTag;
+    // The transfer of a BT.2100 picture, as --hdr-type codes: 3 PQ, 4 HLG; 0 otherwise.
+    int hdrType = 0;
+    // The EXIF orientation the file was stored with (1: as stored is upright).
+    int orientation = 1;
+    // Bits per sample in the file; deeper samples were reduced to 8 by ordered dithering.
+    int sourceBits = 8;
+    // The picture was decoded at 1/shrink of its stored size (RawOptions::minWidth).
+    int shrink = 1;
 
     ImageView view() const { return {width, height, colorFormat, data.data()}; }
 };
@@ -56,12 +89,22 @@ struct Image {
 struct RawOptions {
     int width = 0;
     int height = 0;
-    int colorFormat = 0;  // 0: the format the extension implies
-    int frame = 0;        // which frame readImage picks from a multi-frame raw or Y4M file
+    int colorFormat = 0;     // 0: the format the extension implies
+    int frame = 0;           // which frame readImage picks from a multi-frame raw or Y4M file
+    bool autoOrient = true;  // turn pictures upright by their EXIF orientation
+    // A JPEG may be decoded at 1/2, 1/4 or 1/8 of its size (by its DCT, far faster) as long as
+    // the upright picture stays at least this large; 0: always at full size.
+    int minWidth = 0;
+    int minHeight = 0;
 };
 
 struct WriteOptions {
     int jpegQuality = 92;  // 1..100
+    // 444, 422 or 420; 0: full chroma (444) at quality 90 and above, 420 below.
+    int jpegSubsampling = 0;
+    // 0 stores, 1 (and -1, the default) is zlib's run-length matching over rows filtered by
+    // the average of left and up, 2..9 zlib's levels with adaptive filters.
+    int pngCompression = -1;
 };
 
 // Every failure of this layer; the message names the file and the cause.
@@ -87,11 +130,14 @@ bool isSupportedOutput(const std::string& path);
 
 // Reads by extension: .png -> rgb or rgba (by alpha), .jpg/.jpeg -> rgb, .y4m -> yuv420,
 // raw .yuv .nv12 .nv21 .rgb .rgba .bgra -> as named, or raw.colorFormat when set.
-// Raw files need raw.width and raw.height. Throws IoError.
+// Raw files need raw.width and raw.height. PNG and JPEG come with their colour tags and,
+// unless raw.autoOrient is off, turned upright by their EXIF orientation; 16-bit PNG samples
+// are reduced to 8 bits by ordered dithering (sourceBits says 16). Throws IoError.
 Image readImage(const std::string& path, const RawOptions& raw = {});
 
 // Writes by extension; the image must already be in a format the file type holds
-// (png: rgb or rgba; jpeg: rgb; y4m and .yuv: yuv420; other raw: as named).
+// (png: rgb or rgba; jpeg: rgb; y4m and .yuv: yuv420; other raw: as named). PNG and JPEG
+// carry image.colorSpace as colour tags (untagged is written as sRGB).
 // The file appears complete or not at all: an existing file is only replaced on success.
 // Throws IoError.
 void writeImage(const std::string& path, const Image& image, const WriteOptions& options = {});
@@ -151,8 +197,9 @@ class FrameWriter {
     FrameWriter(const std::string& path, const std::string& type, const StreamTags& tags,
                 const WriteOptions& options);
     ~FrameWriter();
+    // Takes the frame by value: a single picture is kept until finish(), so callers move it in.
+    void write(Image frame, long long index);
     void write(const ImageView& frame, long long index);
-    void write(const Image& frame, long long index) { write(frame.view(), index); }
     void finish();
 
   private:

@@ -3,9 +3,11 @@
 #ifndef VEXA_IO_INTERNAL_H
 #define VEXA_IO_INTERNAL_H
 
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "vexa/io/ImageFile.h"
 
@@ -30,11 +32,54 @@ void checkPayload(std::FILE* f, size_t decodedBytes, size_t maxRatio);
 void readExact(std::FILE* f, void* dst, size_t n);
 void writeExact(std::FILE* f, const void* src, size_t n);
 
-Image readPng(std::FILE* f);
-void writePng(std::FILE* f, const Image& image);
+Image readPng(std::FILE* f, bool autoOrient);
+void writePng(std::FILE* f, const Image& image, int compression);
 
-Image readJpeg(std::FILE* f);
-void writeJpeg(std::FILE* f, const Image& image, int quality);
+// Decodes at 1/2, 1/4 or 1/8 scale when the upright picture stays at least minWidth by
+// minHeight (both given).
+Image readJpeg(std::FILE* f, bool autoOrient, int minWidth = 0, int minHeight = 0);
+void writeJpeg(std::FILE* f, const Image& image, int quality, int subsampling);
+
+// 4x4 Bayer thresholds: reducing a smooth deep gradient this way leaves no bands.
+constexpr uint8_t kBayer[4][4] = {{0, 8, 2, 10}, {12, 4, 14, 6}, {3, 11, 1, 9}, {15, 7, 13, 5}};
+
+// A sample of 0..max as 8 bits, dithered by its pixel's place (x, y).
+inline uint8_t ditherSample(uint32_t v, uint32_t max, int x, int y) {
+    v = v < max ? v : max;
+    // v * 255 / max in sixteenths, plus the threshold, floored.
+    const uint32_t scaled = (v * 255u * 16u + max / 2) / max + kBayer[y & 3][x & 3];
+    return static_cast<uint8_t>(scaled / 16 < 255 ? scaled / 16 : 255);
+}
+
+// Colour tags. A file's colours as the coding-independent code points that PNG's cICP chunk
+// carries: primaries, transfer, matrix (0 for RGB), full range.
+struct Cicp {
+    uint8_t primaries = 0, transfer = 0, matrix = 0, fullRange = 1;
+};
+// The code points of a framework colour space (0 counts as sRGB); hdrType picks PQ or HLG.
+Cicp cicpFor(int colorSpace, int hdrType);
+// The framework colour space of code points, 0 when vexa has none for them; sets hdrType.
+int colorSpaceOfCicp(const Cicp& cicp, int& hdrType);
+// CIE xy chromaticities (white, red, green, blue) of a framework colour space, and the
+// encoding gamma as PNG's gAMA stores it (100000 / exponent); gamma 0 for PQ and HLG.
+struct Chromaticities {
+    double white[2], red[2], green[2], blue[2];
+    int gamma;
+};
+Chromaticities chromaticitiesFor(int colorSpace, int hdrType);
+// The colour space of gAMA and cHRM values (either may be missing), 0 when not recognised.
+int colorSpaceOfChromaticities(const Chromaticities* chromaticities, int gamma);
+// An ICC profile of a colour space other than sRGB, built with Little CMS.
+std::vector<uint8_t> iccProfileFor(int colorSpace, int hdrType);
+// The colour space an ICC profile describes, recognised by its primaries and tone curve;
+// 0 when it is none vexa handles.
+int colorSpaceOfIcc(const uint8_t* data, size_t size, int& hdrType);
+
+// The orientation (1..8) an EXIF block ("Exif\0\0" and a TIFF header) records; 1 when it
+// records none or is damaged.
+int exifOrientation(const uint8_t* data, size_t size);
+// Turns a packed picture upright from EXIF orientation `orientation`.
+void orient(Image& image, int orientation);
 
 enum class Kind { Png, Jpeg, Y4m, Raw };
 

@@ -189,8 +189,12 @@ enum {
 //    which spans 2 * ((dst_w + 1) / 2) of its luma columns, maps onto that many times
 //    src_w / dst_w source luma columns (rows likewise).
 //  - Every channel of a packed pixel, alpha included, is filtered alike (no premultiply).
-//  - Results round to the nearest code and clamp to 0..255. Working memory is a few rows
-//    per channel (-3 if it cannot be had).
+//  - Fixed point: weights rounded to 14 bits and summing to exactly 1 (flat stays
+//    flat), the first axis kept to 1/64 of a code, the result rounded to the nearest
+//    code and clamped to 0..255: within a code of the exact filter (two at shrinks of
+//    thousands to one, whose weights are tiny). Every kernel build
+//    (plain, AVX2, AVX-512; ZOCA_KERNEL=plain forces the plain one) gives the same
+//    bytes. Working memory is a few rows per channel (-3 if it cannot be had).
 // Different formats: also converts as vexa_csc does (at the smaller of the two sizes).
 // Same format: only the size changes, whatever the colour space codes; same format and
 // size is a plain copy.

@@ -1,10 +1,11 @@
-// Shared by the mivo tests: format makers, a buffer with any pixel pointer, and a check of
-// the exact arguments an assertion hands to the log.
-#ifndef MIVO_TESTS_MIVO_TESTSUPPORT_H
-#define MIVO_TESTS_MIVO_TESTSUPPORT_H
+// Shared by the framework's and the plugin's tests: format makers, a buffer with any pixel
+// pointer, and a check of the exact arguments an assertion hands to the log.
+#ifndef MIVO_TESTS_SUPPORT_BUFFERSUPPORT_H
+#define MIVO_TESTS_SUPPORT_BUFFERSUPPORT_H
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -20,16 +21,28 @@ namespace mivo::test {
 using core::detail::PixelAddress;
 using core::detail::PixelPointer;
 using Extras = std::vector<std::pair<std::string, FormatExtraValue>>;
+using FormatEdit = std::function<void(MutableMediaFormat&)>;
 
 inline std::shared_ptr<MediaFormat> freeze(const MutableMediaFormat& format) {
     return std::shared_ptr<MediaFormat>(format.freeze());
 }
 
 inline std::shared_ptr<MediaFormat> imageFormat(int colorFormat, int cols, int rows,
-                                                const Extras& extras = {}, int colorSpace = 0) {
+                                                int colorSpace = 0, const FormatEdit& edit = {}) {
     auto format = makeImageFormat(colorFormat, cols, rows, colorSpace);
-    for (const auto& [key, value] : extras) format->setExtra(key, value);
+    if (edit) edit(*format);
     return freeze(*format);
+}
+
+inline std::shared_ptr<MediaFormat> imageFormat(int colorFormat, int cols, int rows,
+                                                const Extras& extras, int colorSpace = 0) {
+    return imageFormat(colorFormat, cols, rows, colorSpace, [&](MutableMediaFormat& f) {
+        for (const auto& [key, value] : extras) f.setExtra(key, value);
+    });
+}
+
+inline FormatEdit withExtra(const char* key, FormatExtraValue value) {
+    return [key, value](MutableMediaFormat& f) { f.setExtra(key, value); };
 }
 
 // A pixel pointer that lost its value while a pair was being built into it.
@@ -88,4 +101,4 @@ inline const ExpectedAssertion kNotSupportedType{
 
 }  // namespace mivo::test
 
-#endif  // MIVO_TESTS_MIVO_TESTSUPPORT_H
+#endif  // MIVO_TESTS_SUPPORT_BUFFERSUPPORT_H
