@@ -281,7 +281,11 @@ int parseAngle(const std::string& text) {
     return *angle;
 }
 
-std::string colorSpaceWords(int colorSpace) {
+std::string colorSpaceWords(int colorSpace, bool yuv) {
+    if (!yuv) {
+        const std::string words = colorSpaceWords(colorSpace, true);
+        return words.substr(0, words.find(", "));
+    }
     switch (colorSpace) {
         case mivo::COLOR_SPACE_BT601:
             return "BT.601, limited range";

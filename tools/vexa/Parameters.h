@@ -83,7 +83,7 @@ std::string closestName(const std::string& word, const std::vector<std::string>&
 
 // Values in words for people: "BT.709, limited range", "YUV 4:2:0 in two planes (nv12)",
 // "25 fps"; and the parsers' name of a colour space.
-std::string colorSpaceWords(int colorSpace);
+std::string colorSpaceWords(int colorSpace, bool yuv = true);  // range only for YUV
 std::string colorFormatWords(int colorFormat, int bits);
 std::string frameRateWords(const std::string& rate);
 std::string colorSpaceName(int colorSpace);

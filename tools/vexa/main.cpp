@@ -395,11 +395,13 @@ void describeFile(const std::string& path, const vexa::Parameters& parameters, b
     std::error_code ec;
     const uintmax_t size = std::filesystem::file_size(path, ec);
     const std::string bytes = ec ? "null" : std::to_string(size);
-    const bool assumed = !parameters.inputColorSpace;
-    const int space =
-        parameters.inputColorSpace.value_or(vexa::defaultColorSpace(image.colorFormat));
-    const int bits = std::max(8, reader.sourceBits());
+    // --color-space overrides the file's tag; an untagged file is taken as the command takes it.
+    const bool assumed = !parameters.inputColorSpace && image.colorSpace == 0;
+    const int space = parameters.inputColorSpace.value_or(
+        image.colorSpace != 0 ? image.colorSpace : vexa::defaultColorSpace(image.colorFormat));
+    const int bits = std::max({8, reader.sourceBits(), image.sourceBits});
     const std::string& rate = reader.tags().rate;
+    const char* transfer = image.hdrType == 3 ? "pq" : image.hdrType == 4 ? "hlg" : nullptr;
     if (json) {
         out << "{\"file\": " << jsonString(path) << ", \"type\": " << jsonString(type)
             << ", \"width\": " << image.width << ", \"height\": " << image.height
@@ -407,17 +409,29 @@ void describeFile(const std::string& path, const vexa::Parameters& parameters, b
             << ", \"bits\": " << bits
             << ", \"colorSpace\": " << jsonString(vexa::colorSpaceName(space))
             << ", \"colorSpaceAssumed\": " << (assumed ? "true" : "false")
-            << ", \"frames\": " << frames
+            << ", \"colorTag\": " << (image.colorTag.empty() ? "null" : jsonString(image.colorTag))
+            << ", \"transfer\": " << (transfer ? jsonString(transfer) : "null")
+            << ", \"orientation\": " << image.orientation << ", \"frames\": " << frames
             << ", \"frameRate\": " << (rate.empty() ? "null" : jsonString(rate))
             << ", \"bytes\": " << bytes << ", \"frameBytes\": " << image.data.size() << "}";
         return;
+    }
+    std::string spaceWords = vexa::colorSpaceWords(space, vexa::io::isYuv420(image.colorFormat));
+    if (transfer) spaceWords += image.hdrType == 3 ? " PQ" : " HLG";
+    if (!parameters.inputColorSpace) {
+        spaceWords +=
+            assumed ? " (assumed: " + (image.colorTag.empty() ? "untagged" : image.colorTag) + ")"
+                    : " (" + image.colorTag + " tag)";
+    }
+    if (image.orientation != 1) {
+        spaceWords += ", EXIF orientation " + std::to_string(image.orientation) +
+                      (parameters.raw.autoOrient ? " (turned upright)" : " (kept as stored)");
     }
     std::string frameWords = std::to_string(frames) + (frames == 1 ? " frame" : " frames");
     if (!rate.empty()) frameWords += " at " + vexa::frameRateWords(rate);
     out << (path == "-" ? "standard input" : path) << ": " << type << ", " << image.width << "x"
         << image.height << ", " << vexa::colorFormatWords(image.colorFormat, bits) << ", "
-        << vexa::colorSpaceWords(space) << (assumed ? " (assumed: untagged)" : "") << ", "
-        << frameWords << ", "
+        << spaceWords << ", " << frameWords << ", "
         << (ec ? "from a pipe" : vexa::bytesInWords(static_cast<double>(size))) << "\n";
     if (verbose) {
         const auto buffer = vexa::toBuffer(image, space);

@@ -26,8 +26,7 @@ class InfoTest : public CliTest {
 TEST_F(InfoTest, SummaryJsonAndVerbose) {
     Outcome run = ok({"info", "in.png", "in.nv12", "d", "--size", "10x6"});
     EXPECT_EQ(run.out,
-              "in.png: PNG, 12x6, rgb (8-bit RGB), sRGB (assumed: untagged), 1 frame, " +
-                  bytes("in.png") +
+              "in.png: PNG, 12x6, rgb (8-bit RGB), sRGB (cICP tag), 1 frame, " + bytes("in.png") +
                   "\nin.nv12: raw nv12, 10x6, nv12 (8-bit YUV 4:2:0, Y plane and interleaved "
                   "CbCr), BT.709, limited range (assumed: untagged), 1 frame, 90 bytes\n"
                   "d/clip.y4m: Y4M, 4x2, yuv420 (8-bit YUV 4:2:0, three planes), BT.709, limited "
@@ -39,12 +38,18 @@ TEST_F(InfoTest, SummaryJsonAndVerbose) {
     EXPECT_EQ(run.out,
               "[\n  {\"file\": \"in.png\", \"type\": \"PNG\", \"width\": 12, \"height\": 6, "
               "\"colorFormat\": \"rgb\", \"bits\": 8, \"colorSpace\": \"bt2020\", "
-              "\"colorSpaceAssumed\": false, \"frames\": 1, \"frameRate\": null, \"bytes\": " +
+              "\"colorSpaceAssumed\": false, \"colorTag\": \"cICP\", \"transfer\": null, "
+              "\"orientation\": 1, \"frames\": 1, \"frameRate\": null, \"bytes\": " +
                   std::to_string(fs::file_size(path("in.png"))) +
                   ", \"frameBytes\": 216},\n  {\"file\": \"d/clip.y4m\", \"type\": \"Y4M\", "
                   "\"width\": 4, \"height\": 2, \"colorFormat\": \"yuv420\", \"bits\": 8, "
-                  "\"colorSpace\": \"bt2020\", \"colorSpaceAssumed\": false, \"frames\": 3, "
+                  "\"colorSpace\": \"bt2020\", \"colorSpaceAssumed\": false, \"colorTag\": null, "
+                  "\"transfer\": null, \"orientation\": 1, \"frames\": 3, "
                   "\"frameRate\": \"30000:1001\", \"bytes\": 87, \"frameBytes\": 12}\n]\n");
+
+    // The tag a file carries, as vexa wrote it.
+    ok({"gamut", "in.png", "--to-space", "bt2020", "-o", "wide.png"});
+    EXPECT_TRUE(contains(ok({"info", "wide.png"}).out, "rgb (8-bit RGB), BT.2020 (cICP tag), "));
 
     run = vexa({"info", "-"}, path("d/clip.y4m"));
     EXPECT_EQ(run.out,
