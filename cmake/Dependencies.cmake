@@ -18,13 +18,6 @@ set_target_properties(libyuv::yuv PROPERTIES
   IMPORTED_LOCATION ${LIBYUV_LIBRARY}
   INTERFACE_INCLUDE_DIRECTORIES ${LIBYUV_INCLUDE_DIR})
 
-find_path(ZIMG_INCLUDE_DIR zimg.h REQUIRED)
-find_library(ZIMG_LIBRARY zimg REQUIRED)
-add_library(zimg::zimg UNKNOWN IMPORTED)
-set_target_properties(zimg::zimg PROPERTIES
-  IMPORTED_LOCATION ${ZIMG_LIBRARY}
-  INTERFACE_INCLUDE_DIRECTORIES ${ZIMG_INCLUDE_DIR})
-
 # Little CMS, for the ICC profiles of picture files.
 find_path(LCMS2_INCLUDE_DIR lcms2.h REQUIRED)
 find_library(LCMS2_LIBRARY lcms2 REQUIRED)

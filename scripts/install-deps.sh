@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
   build-essential cmake pkg-config g++-multilib clang-format
   libgtest-dev libgmock-dev libbenchmark-dev
-  libyuv-dev libzimg-dev libpng-dev libjpeg62-turbo-dev liblcms2-dev libcli11-dev
+  libyuv-dev libpng-dev libjpeg62-turbo-dev liblcms2-dev libcli11-dev
   android-liblog-dev android-platform-system-core-headers help2man
 )
 
