@@ -59,6 +59,7 @@ struct Parameters {
     std::optional<int> targetColorSpace;
     std::optional<int> inputColorSpace;
     int hdrType = 3;
+    bool hdrTypeGiven = false;      // else a picture's own PQ/HLG tag wins over the default
     std::optional<int> workFormat;  // colour format the operation runs in
     vexa::io::RawOptions raw;
     long long firstFrame = 0;  // frames firstFrame .. endFrame-1 of a stream are processed

@@ -536,9 +536,11 @@ vexa::io::Image Worker::apply(vexa::io::Image image, const std::string& outputTy
         parameters_.inputColorSpace.value_or(image.colorSpace != 0 ? image.colorSpace
                                              : hdr                 ? mivo::COLOR_SPACE_BT2020
                                                    : defaultColorSpace(image.colorFormat));
-    std::shared_ptr<MediaBuffer> result = process(
-        toBuffer(image, colorSpace, hdr ? std::optional<int>(parameters_.hdrType) : std::nullopt),
-        outputType, verbose);
+    const int hdrType =
+        parameters_.hdrTypeGiven || image.hdrType == 0 ? parameters_.hdrType : image.hdrType;
+    std::shared_ptr<MediaBuffer> result =
+        process(toBuffer(image, colorSpace, hdr ? std::optional<int>(hdrType) : std::nullopt),
+                outputType, verbose);
     // The input is no longer needed: freed before the result is copied out.
     std::vector<uint8_t>().swap(image.data);
     vexa::io::Image out = toImage(*result);

@@ -49,7 +49,7 @@ struct Arguments {
     bool ownFlip = false;
     bool flipOption = false;
     bool dither = false;
-    std::string hdrType = "pq";
+    std::string hdrType;
 };
 
 struct Command {
@@ -217,8 +217,10 @@ void addOperationOptions(Operation operation, CLI::App& app, Arguments& a) {
                 ->required();
             break;
         case Operation::HdrToSdr:
-            app.add_option("--hdr-type", a.hdrType,
-                           "HDR type of the input: pq, hlg, hdr10plus (default: pq)");
+            app.add_option(
+                "--hdr-type", a.hdrType,
+                "HDR type of the input: pq, hlg, hdr10plus (default: the picture's PQ or HLG "
+                "tag, else pq)");
             break;
         case Operation::Flip:
             app.add_option("--direction", a.direction, "Mirror: horizontal (h), vertical (v), both")
@@ -277,7 +279,10 @@ vexa::Parameters toParameters(Operation operation, const Arguments& a) {
     p.dither = a.dither;
     if (!a.toSpace.empty()) p.targetColorSpace = vexa::parseColorSpace(a.toSpace);
     if (!a.inputSpace.empty()) p.inputColorSpace = vexa::parseColorSpace(a.inputSpace);
-    p.hdrType = vexa::parseHdrType(a.hdrType);
+    if (!a.hdrType.empty()) {
+        p.hdrType = vexa::parseHdrType(a.hdrType);
+        p.hdrTypeGiven = true;
+    }
     if (!a.workFormat.empty()) p.workFormat = vexa::parseColorFormat(a.workFormat);
     if (!a.rawSize.empty()) {
         const vexa::Size raw = vexa::parseSize(a.rawSize);

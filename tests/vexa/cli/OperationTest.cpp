@@ -357,6 +357,17 @@ TEST_F(PixelTest, ColourTagsDepthAndOrientationOfFiles) {
     ok({"resize", "wide.png", "--to", "32x24", "-o", "small.jpg"});
     EXPECT_EQ(load("small.jpg").colorSpace, vexa::io::kSpaceBt2020);
 
+    // A picture tagged HLG is tone mapped as HLG unless --hdr-type says otherwise.
+    Image hlg = solidRgb(16, 8, 180, 150, 120);
+    hlg.colorSpace = vexa::io::kSpaceBt2100;
+    hlg.hdrType = 4;
+    save("hlg.png", hlg);
+    ok({"tonemap", "hlg.png", "-o", "own.png"});
+    ok({"tonemap", "hlg.png", "--hdr-type", "hlg", "-o", "said.png"});
+    ok({"tonemap", "hlg.png", "--hdr-type", "pq", "-o", "pq.png"});
+    EXPECT_EQ(load("own.png").data, load("said.png").data);
+    EXPECT_GT(maxDifference(load("own.png").data, load("pq.png").data), 10);
+
     writePngWithLibpng(path("deep.png"), 16);
     EXPECT_TRUE(contains(ok({"rot", "deep.png", "--angle", "0", "-o", "a.png"}).err,
                          "vexa: note: deep.png has 16-bit samples"));
