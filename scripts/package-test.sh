@@ -14,7 +14,7 @@ prefix=$work/prefix
 cmake --install "$build" --prefix "$prefix" >/dev/null
 vexa=$prefix/bin/vexa
 "$vexa" convert assets/chelsea.png --to-format nv12 -o "$work/in.nv12"
-"$vexa" resize "$work/in.nv12" --size 450x300 --to 224x150 -o "$work/expected.nv12"
+"$vexa" resize "$work/in.nv12" --size 450x300 --to 224x150! -o "$work/expected.nv12"
 
 echo "=== bash completion of the installed command"
 completions=$(bash -c 'source "$1"; COMP_WORDS=("$2" re); COMP_CWORD=1; _vexa; echo "${COMPREPLY[*]}";
