@@ -14,7 +14,7 @@ mkdir -p out
 "$vexa" resize "$photo" --to 320x213 -o out/chelsea-resized.png
 "$vexa" downscale "$photo" --factor 2 -o out/chelsea-downscaled.png
 "$vexa" rotate "$photo" --angle 90 -o out/chelsea-rotated.png
-# NV12 needs even sides: the plugin trims the 451-pixel width to 450 (and says so).
+# NV12 needs even sides: vexa trims the 451-pixel width to 450 (and says so).
 "$vexa" convert "$photo" --to-format nv12 -o out/chelsea.nv12
 "$vexa" info out/chelsea.nv12 --size 450x300
 "$vexa" convert out/chelsea.nv12 --size 450x300 --to-format rgb -o out/chelsea-nv12-roundtrip.png
