@@ -12,11 +12,15 @@
 
 // The plain build's loops, cloned by instruction set rather than by CPU model (an "arch="
 // clone is dispatched only on that vendor's parts), picked at load time.
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
+// Not under ThreadSanitizer, for the reason given at ZOCA_HOT.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && !defined(__SANITIZE_THREAD__)
 #define ZOCA_CLONES __attribute__((target_clones("avx512f", "avx2", "default")))
-#define ZOCA_INLINE inline __attribute__((always_inline))
 #else
 #define ZOCA_CLONES
+#endif
+#if defined(__GNUC__)
+#define ZOCA_INLINE inline __attribute__((always_inline))
+#else
 #define ZOCA_INLINE inline
 #endif
 
