@@ -31,7 +31,7 @@ void FillColourColumnsYuv(TestImage& img, int cs) {
 // Between two YUV records with different matrices the picture is re-encoded; the
 // colour it shows stays the same.
 TEST(ConvertColours, YuvToYuvChangesMatrix) {
-    for (auto pair : {std::pair<int, int>{0, 10}, {1, 21}, {10, 0}, {20, 11}}) {
+    for (auto pair : {std::pair<int, int>{0, 10}, {1, 21}, {10, 0}, {20, 11}, {10, 11}, {21, 20}}) {
         SCOPED_TRACE(std::to_string(pair.first) + "->" + std::to_string(pair.second));
         TestImage src(ZOCA_CF_NV12, 2 * kColourCount, 4, pair.first);
         TestImage dst(ZOCA_CF_I420, 2 * kColourCount, 4, pair.second, 5);

@@ -144,6 +144,7 @@ TEST_F(ErrorTest, UsageErrorsInWords) {
         {{"rot", "in.png", "--angle", "90", "--subsampling", "411"}, "--subsampling: '411' is not allowed: give 420, 422 or 444" + usage},
         {{"rot", "in.png", "--angle", "90", "--png-compression", "10"}, "--png-compression: '10' is not allowed: give a whole number from 0 to 9" + usage},
         {{"rot", "in.png", "--angle", "90", "--frame", "1.5"}, "--frame: '1.5' is not allowed: give a whole number 0 or more" + usage},
+        {{"rot", "in.png", "--angle", "90", "--frames", "3:3"}, "frame range '3:3' is empty (A:B runs from A to B-1)\n"},
         {{"rot", "in.png", "in.yuv", "--angle", "90", "-o", "out.png"}, "'out.png' names one picture file, but the inputs are several pictures; give an output folder (-o FOLDER)\n"},
     };
     // clang-format on

@@ -166,8 +166,8 @@ TEST_F(PixelTest, FlipMirrorsEveryDirection) {
         std::string direction;
         bool h, v;
     };
-    for (const Case& c :
-         {Case{"h", true, false}, Case{"vertical", false, true}, Case{"both", true, true}}) {
+    for (const Case& c : {Case{"h", true, false}, Case{"vertical", false, true},
+                          Case{"v", false, true}, Case{"both", true, true}}) {
         const Image want = remap(
             in, 13, 7, [&](int x, int y) { return std::pair(c.h ? 12 - x : x, c.v ? 6 - y : y); });
         for (const bool byOption : {false, true}) {

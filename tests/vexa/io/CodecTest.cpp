@@ -172,6 +172,8 @@ TEST_F(Y4mTest, RejectsWhatItCannotReadSayingWhere) {
     cut.pop_back();
     std::vector<uint8_t> unmarked = y4m("YUV4MPEG2 W4 H2\n", frame);
     unmarked[20] = 'X';  // FRAME -> FRAMX
+    std::vector<uint8_t> longer = y4m("YUV4MPEG2 W4 H2\n", frame);
+    longer.insert(longer.begin() + 21, 'X');  // FRAME -> FRAMEX
     const std::pair<std::vector<uint8_t>, std::vector<std::string>> cases[] = {
         {y4m("YUV4MPEG2 W4 H2 C444\n", frame), {"C444", "byte"}},
         {y4m("YUV4MPEG2 W4 H2 C420p10\n", frame), {"too short"}},
@@ -185,6 +187,7 @@ TEST_F(Y4mTest, RejectsWhatItCannotReadSayingWhere) {
         {y4m("YUV4MPEG W4 H2\n", frame), {"not a Y4M"}},
         {cut, {"frame 1, byte 40", "ends inside the frame"}},
         {unmarked, {"frame 0, byte 16", "FRAME marker"}},
+        {longer, {"frame 0, byte 16", "FRAME marker"}},
         {y4m("YUV4MPEG2 W4 H2\n", {}), {"0 frame(s)"}},
     };
     for (const auto& [bytes, causes] : cases) {
