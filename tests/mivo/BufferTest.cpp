@@ -350,8 +350,10 @@ TEST(OutputSlot, OnlyASlotIsMutableAndPresentsTheBufferPutIntoIt) {
 TEST(Memory, AllocatedBuffersAreAlignedZeroedAndOwned) {
     for (int colorFormat : {COLOR_FORMAT_NV12, COLOR_FORMAT_YUV420, COLOR_FORMAT_RGB}) {
         SCOPED_TRACE(colorFormat);
-        auto format = imageFormat(colorFormat, 33, 17, {{"stride", 35}});
-        {  // leaves dirty memory behind for the next allocation to reuse
+        auto format = imageFormat(colorFormat, 333, 17, {{"stride", 335}});
+        // Dirty memory left for the next allocation to reuse: large enough to bypass the
+        // allocator's per-size caches, which aligned allocations do not draw from.
+        {
             auto dirty = CpuMediaBuffer::allocateFor(format);
             std::memset(dirty->data(), 0xFF, dirty->getSize());
         }
