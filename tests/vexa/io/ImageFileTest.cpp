@@ -77,7 +77,8 @@ TEST_F(RawTest, FormatOverrideAndBadSizes) {
 
     expectReadFails("a.yuv", {"width and height"});
     expectReadFails("a.yuv", {"42"}, {6, 4, 42});
-    expectReadFails("a.yuv", {"limit"}, {70000, 1});
+    expectReadFails("a.yuv", {"limit of 65536 per side"}, {70000, 2});
+    expectReadFails("a.yuv", {"limit of 65536 per side"}, {2, 70000});
     expectReadFails("a.yuv", {"limit"}, {40000, 40000, kRgba});
     expectReadFails("a.yuv", {"invalid size"}, {-6, 4});
     // A size mismatch says both sizes.
