@@ -93,7 +93,6 @@ zoca-enc-cr ## zoca-convert ## zoca/src/convert.cpp ## k.v[2] = q(-m.kb * sv); #
 zoca-same-matrix ## zoca-convert ## zoca/src/convert.cpp ## return ma.kr == mb.kr && ma.full == mb.full; ## return ma.kr == mb.kr;
 zoca-p3-primaries ## zoca-gamut ## zoca/src/colour.cpp ## {{0.680, 0.320}, {0.265, 0.690}, {0.150, 0.060}}; ## {{0.640, 0.330}, {0.265, 0.690}, {0.150, 0.060}};
 zoca-p3-transfer ## zoca-gamut ## zoca/src/colour.cpp ## return cs == ZOCA_CS_DISPLAY_P3 ? Transfer::SRGB : Transfer::BT1886; ## return cs == ZOCA_CS_DISPLAY_P3 ? Transfer::BT1886 : Transfer::BT1886;
-zoca-same-gamut ## zoca-gamut ## zoca/src/colour.cpp ## return PrimariesOf(cs_a) == PrimariesOf(cs_b) && TransferOf(cs_a) == TransferOf(cs_b); ## return PrimariesOf(cs_a) == PrimariesOf(cs_b);
 zoca-hlg-gamma ## zoca-tonemap ## zoca/src/colour.cpp ## constexpr double kHlgGamma = 1.2; ## constexpr double kHlgGamma = 1.0;
 zoca-pq-reference-white ## zoca-tonemap ## zoca/src/colour.cpp ## return {false, 1000.0, 203.0}; ## return {false, 1000.0, 100.0};
 zoca-eetf-knee ## zoca-tonemap ## zoca/src/colour.cpp ## const double ks = 1.5 * max_lum - 0.5; ## const double ks = 1.5 * max_lum - 0.4;

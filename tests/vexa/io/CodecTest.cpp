@@ -134,6 +134,21 @@ TEST_F(JpegTest, RejectsTruncatedAndForeignFiles) {
     expectReadFails("empty.jpg", {});
 }
 
+// Quality 50 is the reference scaling: the luminance table is Annex K's (DC step 16), and
+// 100 is all ones.
+TEST_F(JpegTest, QualityScalesTheStandardTables) {
+    for (const auto& [quality, step] : {std::pair{50, 16}, {100, 1}, {25, 32}}) {
+        WriteOptions options;
+        options.jpegQuality = quality;
+        writeImage(path("q.jpg"), noiseImage(kRgb, 16, 16), options);
+        const std::vector<uint8_t> bytes = readBytes(path("q.jpg"));
+        const uint8_t dqt[] = {0xFF, 0xDB};
+        const auto at = std::search(bytes.begin(), bytes.end(), dqt, dqt + 2);
+        ASSERT_LT(at + 5, bytes.end());
+        EXPECT_EQ(at[5], step) << quality;  // after the length and the table's id
+    }
+}
+
 std::vector<uint8_t> y4m(const std::string& header, const std::vector<Image>& frames) {
     std::vector<uint8_t> bytes(header.begin(), header.end());
     for (const Image& frame : frames) {
