@@ -462,7 +462,7 @@ int runInfo(const std::vector<std::string>& paths, bool json, const Arguments& a
         } catch (const std::exception& e) {
             const std::string message = e.what();
             std::cerr << "vexa: error: "
-                      << (message.find(file) == std::string::npos ? file + ": " : "") << message
+                      << (message.rfind("cannot read '", 0) == 0 ? "" : file + ": ") << message
                       << "\n";
             ++failed;
             continue;

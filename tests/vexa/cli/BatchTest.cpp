@@ -252,7 +252,13 @@ TEST_F(StreamTest, BrokenStreamsSayWhereAndLeaveNoPartialFile) {
     }
     EXPECT_EQ(entries(), (Names{"cut.y4m", "odd.nv12", "unmarked.y4m"}));
     // Standard output gets the whole frames before the break.
-    EXPECT_EQ(sh("$V rotate - --angle 180 -o - <cut.y4m >out.y4m").code, 1);
+    const Outcome piped = sh("$V rotate - --angle 180 -o - <cut.y4m >out.y4m");
+    EXPECT_EQ(piped.code, 1);
+    EXPECT_EQ(piped.err.rfind("vexa: error: cannot read 'standard input': frame 3", 0), 0u)
+        << piped.err;
+    EXPECT_EQ(sh("$V rotate - --angle 180 -o - <odd.nv12")
+                  .err.rfind("vexa: error: cannot read 'standard input': ", 0),
+              0u);
     const std::string out = slurp(path("out.y4m"));
     EXPECT_EQ(countOf(out, "FRAME\n"), 3u);
     EXPECT_EQ(out.size(), out.find('\n') + 1 + 3 * (6 + 768));

@@ -436,6 +436,8 @@ FrameReader::FrameReader(const std::string& path, const RawOptions& raw)
             s.file = FilePtrOrStdin(detail::openForRead(path).release(), true);
         }
     } catch (const IoError& e) {
+        // Stream messages name standard input themselves.
+        if (std::string(e.what()).rfind("cannot read '", 0) == 0) throw;
         throw IoError("cannot read '" + path + "': " + e.what());
     }
     if (s.still) {
