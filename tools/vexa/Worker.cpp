@@ -8,14 +8,43 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <initializer_list>
 #include <iostream>
 #include <mutex>
 #include <set>
+#include <utility>
 
 namespace vexa {
 
 using mivo::core::MediaBuffer;
 using mivo::ext::Operation;
+
+// Pictures carry the framework's codes from the file layer, which keeps its own copy of them
+// so that it builds without the framework; the copies must not drift.
+constexpr bool sameCodes(std::initializer_list<std::pair<int, int>> pairs) {
+    for (const auto& [a, b] : pairs) {
+        if (a != b) return false;
+    }
+    return true;
+}
+static_assert(sameCodes({{io::kNv12, mivo::COLOR_FORMAT_NV12},
+                         {io::kNv21, mivo::COLOR_FORMAT_NV21},
+                         {io::kYuv420, mivo::COLOR_FORMAT_YUV420},
+                         {io::kRgb, mivo::COLOR_FORMAT_RGB},
+                         {io::kRgba, mivo::COLOR_FORMAT_RGBA},
+                         {io::kArgb, mivo::COLOR_FORMAT_ARGB},
+                         {io::kBgr, mivo::COLOR_FORMAT_BGR},
+                         {io::kBgra, mivo::COLOR_FORMAT_BGRA},
+                         {io::kSpaceBt601, mivo::COLOR_SPACE_BT601},
+                         {io::kSpaceBt709, mivo::COLOR_SPACE_BT709},
+                         {io::kSpaceBt2020, mivo::COLOR_SPACE_BT2020},
+                         {io::kSpaceBt601_625, mivo::COLOR_SPACE_BT601_625},
+                         {io::kSpaceDisplayP3, mivo::COLOR_SPACE_DISPLAY_P3},
+                         {io::kSpaceSrgb, mivo::COLOR_SPACE_SRGB},
+                         {io::kSpaceBt2100, mivo::COLOR_SPACE_BT2100},
+                         {io::kSpaceBt601Full, mivo::COLOR_SPACE_BT601_FULL},
+                         {io::kSpaceBt709Full, mivo::COLOR_SPACE_BT709_FULL},
+                         {io::kSpaceBt2020Full, mivo::COLOR_SPACE_BT2020_FULL}}));
 
 namespace {
 
