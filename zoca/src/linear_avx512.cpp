@@ -30,7 +30,7 @@ namespace {
 // Unpacking the four byte planes interleaves within 128-bit lanes, so the 64 floats come
 // out as four vectors in a fixed shuffled order; every step after it works lane by lane
 // and Pack64 undoes the order.
-inline void Lookup64(const SlicedTable& t, __m512i codes, __m512 out[4]) {
+ZOCA_INLINE void Lookup64(const SlicedTable& t, __m512i codes, __m512 out[4]) {
     const __mmask64 upper = _mm512_movepi8_mask(codes);
     __m512i b[4];
     for (int k = 0; k < 4; ++k) {
@@ -52,84 +52,106 @@ inline void Lookup64(const SlicedTable& t, __m512i codes, __m512 out[4]) {
 }
 
 // Four vectors of codes in Lookup64's order -> 64 bytes in pixel order, saturating.
-inline __m512i Pack64(const __m512i c[4]) {
+ZOCA_INLINE __m512i Pack64(const __m512i c[4]) {
     return _mm512_packus_epi16(_mm512_packs_epi32(c[0], c[1]), _mm512_packs_epi32(c[2], c[3]));
 }
 
-// PowerCurve with every value scaled by k (255 folds the step to codes into it).
+// PowerCurve with every value scaled by k (255 folds the step to codes into it), its
+// cubic rewritten in m itself, which saves the subtraction.
 struct Power {
-    __m512 o0, o1, c0, c1, c2, c3;
+    __m512 o0, o1, d0, d1, d2, d3;
     Power(const PowerCurve& pc, float k)
         : o0(_mm512_mul_ps(_mm512_loadu_ps(pc.octave), _mm512_set1_ps(k))),
-          o1(_mm512_mul_ps(_mm512_loadu_ps(pc.octave + 16), _mm512_set1_ps(k))),
-          c0(_mm512_set1_ps(pc.c[0])),
-          c1(_mm512_set1_ps(pc.c[1])),
-          c2(_mm512_set1_ps(pc.c[2])),
-          c3(_mm512_set1_ps(pc.c[3])) {}
+          o1(_mm512_mul_ps(_mm512_loadu_ps(pc.octave + 16), _mm512_set1_ps(k))) {
+        const double a = -1.5, c0 = pc.c[0], c1 = pc.c[1], c2 = pc.c[2], c3 = pc.c[3];
+        d0 = _mm512_set1_ps(static_cast<float>(c0 + a * (c1 + a * (c2 + a * c3))));
+        d1 = _mm512_set1_ps(static_cast<float>(c1 + 2 * a * c2 + 3 * a * a * c3));
+        d2 = _mm512_set1_ps(static_cast<float>(c2 + 3 * a * c3));
+        d3 = _mm512_set1_ps(static_cast<float>(c3));
+    }
 
-    // k * x^g for x in [2^-31, 1], the caller's clamp: octave from the exponent bits,
-    // mantissa in [1, 2) from the rest.
-    __m512 At(__m512 x) const {
+    // The octave factor and the cubic of k * x^g for x in [2^-31, 2): the permute reads
+    // the low 5 bits of the biased exponent, and 96..127 (2^-31..1) already are 0..31.
+    ZOCA_INLINE void Parts(__m512 x, __m512* oct, __m512* poly) const {
         const __m512i bits = _mm512_castps_si512(x);
-        // The permute reads the low 5 bits of the biased exponent: 96..127 (2^-31..1)
-        // are already 0..31 there.
-        const __m512 oct = _mm512_permutex2var_ps(o0, _mm512_srli_epi32(bits, 23), o1);
+        *oct = _mm512_permutex2var_ps(o0, _mm512_srli_epi32(bits, 23), o1);
         const __m512 m = _mm512_castsi512_ps(_mm512_ternarylogic_epi32(
             bits, _mm512_set1_epi32(0x007fffff), _mm512_set1_epi32(0x3f800000), 0xea));
-        const __m512 t = _mm512_sub_ps(m, _mm512_set1_ps(1.5f));
-        __m512 p = _mm512_fmadd_ps(c3, t, c2);
-        p = _mm512_fmadd_ps(p, t, c1);
-        p = _mm512_fmadd_ps(p, t, c0);
-        return _mm512_mul_ps(oct, p);
+        __m512 p = _mm512_fmadd_ps(d3, m, d2);
+        p = _mm512_fmadd_ps(p, m, d1);
+        *poly = _mm512_fmadd_ps(p, m, d0);
+    }
+    ZOCA_INLINE __m512 At(__m512 x) const {
+        __m512 oct, poly;
+        Parts(x, &oct, &poly);
+        return _mm512_mul_ps(oct, poly);
     }
 };
 
 constexpr float kDarkest = 0x1p-31f;
 
+// a / b for b > 0 from the reciprocal estimate and one correction of the quotient,
+// within an ulp or two: a true division costs more than the rest of a pixel.
+ZOCA_INLINE __m512 Divide(__m512 a, __m512 b) {
+    const __m512 r = _mm512_rcp14_ps(b);
+    const __m512 q = _mm512_mul_ps(a, r);
+    return _mm512_fmadd_ps(_mm512_fnmadd_ps(b, q, a), r, q);
+}
+
+// Whether any lane of r, g, b lies outside [0, 1]: as integers, the floats in [+0, 1]
+// are exactly those at or below the bits of 1.0 (negatives have the top bit set).
+ZOCA_INLINE __mmask16 Outside(__m512 r, __m512 g, __m512 b) {
+    const __m512i hi = _mm512_max_epu32(
+        _mm512_max_epu32(_mm512_castps_si512(r), _mm512_castps_si512(g)), _mm512_castps_si512(b));
+    return _mm512_cmp_epu32_mask(hi, _mm512_set1_epi32(0x3f800000), _MM_CMPINT_NLE);
+}
+
+// The output stage, built for the destination curve (kSrgb) and for whether colours
+// can leave the gamut (kMap) so that neither costs a test per pixel.
+template <bool kSrgb, bool kMap>
 struct Out {
     __m512 m[9];
     __m512 lum[3];
-    bool map;
-    bool srgb;
     Power power;
 
-    explicit Out(const GamutParams& p)
-        : map(p.map), srgb(p.enc.srgb), power(p.enc.power, srgb ? 255.0f * 1.055f : 255.0f) {
+    explicit Out(const GamutParams& p) : power(p.enc.power, kSrgb ? 255.0f * 1.055f : 255.0f) {
         for (int i = 0; i < 9; ++i) m[i] = _mm512_set1_ps(p.m[i]);
         for (int i = 0; i < 3; ++i) lum[i] = _mm512_set1_ps(p.lum[i]);
     }
 
-    // Anything darker than 2^-31 encodes to 0 on both curves.
-    __m512i Encode(__m512 l) const {
-        l = _mm512_min_ps(_mm512_max_ps(l, _mm512_set1_ps(kDarkest)), _mm512_set1_ps(1.0f));
-        __m512 v = power.At(l);
-        if (srgb) {
-            v = _mm512_sub_ps(v, _mm512_set1_ps(255.0f * 0.055f));
-            const __mmask16 toe = _mm512_cmp_ps_mask(l, _mm512_set1_ps(0.0031308f), _CMP_LE_OQ);
-            v = _mm512_mask_mul_ps(v, toe, l, _mm512_set1_ps(255.0f * 12.92f));
-        }
+    // Anything darker than 2^-31 encodes to 0 on both curves. Nothing reaches 2 (the
+    // mapping keeps colours within [0, 1]; without it the rows are convex sums of values
+    // in [0, 1]), and [1, 2) saturates to 255, so no upper clamp is needed.
+    ZOCA_INLINE __m512i Encode(__m512 l) const {
+        l = _mm512_max_ps(l, _mm512_set1_ps(kDarkest));
+        __m512 oct, poly;
+        power.Parts(l, &oct, &poly);
+        if (!kSrgb) return _mm512_cvtps_epi32(_mm512_mul_ps(oct, poly));
+        __m512 v = _mm512_fmsub_ps(oct, poly, _mm512_set1_ps(255.0f * 0.055f));
+        const __mmask16 toe = _mm512_cmp_ps_mask(l, _mm512_set1_ps(0.0031308f), _CMP_LE_OQ);
+        v = _mm512_mask_mul_ps(v, toe, l, _mm512_set1_ps(255.0f * 12.92f));
         return _mm512_cvtps_epi32(v);
     }
 
     // Into the destination primaries, the gamut mapping of the plain build, and codes.
-    void Finish(__m512 r, __m512 g, __m512 b, __m512i* cr, __m512i* cg, __m512i* cb) const {
+    ZOCA_INLINE void Finish(__m512 r, __m512 g, __m512 b, __m512i* cr, __m512i* cg,
+                            __m512i* cb) const {
         __m512 r2 = _mm512_fmadd_ps(m[2], b, _mm512_fmadd_ps(m[1], g, _mm512_mul_ps(m[0], r)));
         __m512 g2 = _mm512_fmadd_ps(m[5], b, _mm512_fmadd_ps(m[4], g, _mm512_mul_ps(m[3], r)));
         __m512 b2 = _mm512_fmadd_ps(m[8], b, _mm512_fmadd_ps(m[7], g, _mm512_mul_ps(m[6], r)));
-        if (map) Map(&r2, &g2, &b2);
+        if (kMap) Map(&r2, &g2, &b2);
         *cr = Encode(r2);
         *cg = Encode(g2);
         *cb = Encode(b2);
     }
 
-    void Map(__m512* r, __m512* g, __m512* b) const {
+    ZOCA_INLINE void Map(__m512* r, __m512* g, __m512* b) const {
+        const __mmask16 outside = Outside(*r, *g, *b);
+        if (outside == 0) return;
         const __m512 one = _mm512_set1_ps(1.0f);
         const __m512 zero = _mm512_setzero_ps();
         const __m512 hi = _mm512_max_ps(*r, _mm512_max_ps(*g, *b));
         const __m512 lo = _mm512_min_ps(*r, _mm512_min_ps(*g, *b));
-        const __mmask16 outside =
-            _mm512_cmp_ps_mask(hi, one, _CMP_GT_OQ) | _mm512_cmp_ps_mask(lo, zero, _CMP_LT_OQ);
-        if (outside == 0) return;
         __m512 l =
             _mm512_fmadd_ps(lum[2], *b, _mm512_fmadd_ps(lum[1], *g, _mm512_mul_ps(lum[0], *r)));
         l = _mm512_min_ps(_mm512_max_ps(l, zero), one);
@@ -138,9 +160,9 @@ struct Out {
         const __m512 dl = _mm512_max_ps(_mm512_sub_ps(l, lo), tiny);
         const __m512 num =
             _mm512_min_ps(_mm512_mul_ps(_mm512_sub_ps(one, l), dl), _mm512_mul_ps(l, dh));
-        // A true division: the channel that sets t lands on 0 or 1, and an estimate's
-        // error there would show as several codes in the dark.
-        const __m512 t = _mm512_min_ps(one, _mm512_div_ps(num, _mm512_mul_ps(dh, dl)));
+        // The channel that sets t lands on 0 or 1: a bare estimate's error there would
+        // show as several codes in the dark, so Divide refines it.
+        const __m512 t = _mm512_min_ps(one, Divide(num, _mm512_mul_ps(dh, dl)));
         *r = _mm512_mask_blend_ps(outside, *r, _mm512_fmadd_ps(t, _mm512_sub_ps(*r, l), l));
         *g = _mm512_mask_blend_ps(outside, *g, _mm512_fmadd_ps(t, _mm512_sub_ps(*g, l), l));
         *b = _mm512_mask_blend_ps(outside, *b, _mm512_fmadd_ps(t, _mm512_sub_ps(*b, l), l));
@@ -251,8 +273,9 @@ struct PackedRows {
     }
 };
 
-void FinishAll(const Out& out, const __m512 r[4], const __m512 g[4], const __m512 b[4], __m512i* R,
-               __m512i* G, __m512i* B) {
+template <typename O>
+ZOCA_INLINE void FinishAll(const O& out, const __m512 r[4], const __m512 g[4], const __m512 b[4],
+                           __m512i* R, __m512i* G, __m512i* B) {
     __m512i cr[4], cg[4], cb[4];
     for (int q = 0; q < 4; ++q) out.Finish(r[q], g[q], b[q], &cr[q], &cg[q], &cb[q]);
     *R = Pack64(cr);
@@ -270,14 +293,14 @@ struct Ratio {
         }
     }
 
-    static __m512 Pick(const __m512 v[4], __m512i i) {
+    static ZOCA_INLINE __m512 Pick(const __m512 v[4], __m512i i) {
         const __m512 a = _mm512_permutex2var_ps(v[0], i, v[1]);
         const __m512 b = _mm512_permutex2var_ps(v[2], i, v[3]);
         const __mmask16 upper = _mm512_test_epi32_mask(i, _mm512_set1_epi32(32));
         return _mm512_mask_blend_ps(upper, a, b);
     }
 
-    __m512 At(__m512 top) const {
+    ZOCA_INLINE __m512 At(__m512 top) const {
         constexpr int kShift = 23 - kCurveSteps;
         const __m512i bits = _mm512_castps_si512(top);
         const __m512i pos =
@@ -294,13 +317,13 @@ struct Ratio {
         __m512 v = _mm512_fmadd_ps(Pick(c[3], i), f, Pick(c[2], i));
         v = _mm512_fmadd_ps(v, f, Pick(c[1], i));
         v = _mm512_fmadd_ps(v, f, Pick(c[0], i));
-        return _mm512_mask_blend_ps(below, _mm512_div_ps(v, top), _mm512_set1_ps(1.0f));
+        return _mm512_mask_blend_ps(below, Divide(v, top), _mm512_set1_ps(1.0f));
     }
 };
 
-template <typename IO>
+template <bool kSrgb, bool kMap, typename IO>
 void Gamut(const GamutParams& p, IO& rows) {
-    const Out out(p);
+    const Out<kSrgb, kMap> out(p);
     __m512i R, G, B;
     while (rows.Next(&R, &G, &B)) {
         __m512 r[4], g[4], b[4];
@@ -312,9 +335,9 @@ void Gamut(const GamutParams& p, IO& rows) {
     }
 }
 
-template <typename IO>
+template <bool kSrgb, bool kMap, typename IO>
 void Tone(const ToneParams& p, IO& rows) {
-    const Out out(p.out);
+    const Out<kSrgb, kMap> out(p.out);
     const Power ootf(p.ootf_power, 1.0f);
     const Ratio ratio(*p.curve);
     const __m512 scale = _mm512_set1_ps(p.scale);
@@ -357,28 +380,45 @@ void Tone(const ToneParams& p, IO& rows) {
     }
 }
 
+// Gamut and Tone built for the destination's curve and mapping.
+template <typename IO>
+void GamutFor(const GamutParams& p, IO& rows) {
+    if (p.enc.srgb) {
+        return p.map ? Gamut<true, true>(p, rows) : Gamut<true, false>(p, rows);
+    }
+    return p.map ? Gamut<false, true>(p, rows) : Gamut<false, false>(p, rows);
+}
+
+template <typename IO>
+void ToneFor(const ToneParams& p, IO& rows) {
+    if (p.out.enc.srgb) {
+        return p.out.map ? Tone<true, true>(p, rows) : Tone<true, false>(p, rows);
+    }
+    return p.out.map ? Tone<false, true>(p, rows) : Tone<false, false>(p, rows);
+}
+
 }  // namespace
 
 void GamutRow(const GamutParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w) {
     Rows rows{r, g, b, w};
-    Gamut(p, rows);
+    GamutFor(p, rows);
 }
 
 void ToneRow(const ToneParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w) {
     Rows rows{r, g, b, w};
-    Tone(p, rows);
+    ToneFor(p, rows);
 }
 
 void GamutPacked(const GamutParams& p, const uint8_t* src, PackedOrder so, uint8_t* dst,
                  PackedOrder dor, int w) {
     PackedRows rows(src, so, dst, dor, w);
-    Gamut(p, rows);
+    GamutFor(p, rows);
 }
 
 void TonePacked(const ToneParams& p, const uint8_t* src, PackedOrder so, uint8_t* dst,
                 PackedOrder dor, int w) {
     PackedRows rows(src, so, dst, dor, w);
-    Tone(p, rows);
+    ToneFor(p, rows);
 }
 
 }  // namespace avx512
