@@ -277,6 +277,7 @@ template <typename O>
 ZOCA_INLINE void FinishAll(const O& out, const __m512 r[4], const __m512 g[4], const __m512 b[4],
                            __m512i* R, __m512i* G, __m512i* B) {
     __m512i cr[4], cg[4], cb[4];
+#pragma GCC unroll 4
     for (int q = 0; q < 4; ++q) out.Finish(r[q], g[q], b[q], &cr[q], &cg[q], &cb[q]);
     *R = Pack64(cr);
     *G = Pack64(cg);
@@ -348,6 +349,7 @@ void Tone(const ToneParams& p, IO& rows) {
             Lookup64(p.scene->bytes, R, r);
             Lookup64(p.scene->bytes, G, g);
             Lookup64(p.scene->bytes, B, b);
+#pragma GCC unroll 4
             for (int q = 0; q < 4; ++q) {
                 const __m512 ys =
                     _mm512_fmadd_ps(_mm512_set1_ps(0.0593f), b[q],
@@ -369,6 +371,7 @@ void Tone(const ToneParams& p, IO& rows) {
             Lookup64(p.nits->bytes, R, r);
             Lookup64(p.nits->bytes, G, g);
             Lookup64(p.nits->bytes, B, b);
+#pragma GCC unroll 4
             for (int q = 0; q < 4; ++q) {
                 r[q] = _mm512_mul_ps(r[q], gain[q]);
                 g[q] = _mm512_mul_ps(g[q], gain[q]);
