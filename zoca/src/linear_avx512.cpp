@@ -160,12 +160,14 @@ struct Out {
         const __m512 dl = _mm512_max_ps(_mm512_sub_ps(l, lo), tiny);
         const __m512 num =
             _mm512_min_ps(_mm512_mul_ps(_mm512_sub_ps(one, l), dl), _mm512_mul_ps(l, dh));
-        // The channel that sets t lands on 0 or 1: a bare estimate's error there would
-        // show as several codes in the dark, so Divide refines it.
-        const __m512 t = _mm512_min_ps(one, Divide(num, _mm512_mul_ps(dh, dl)));
-        *r = _mm512_mask_blend_ps(outside, *r, _mm512_fmadd_ps(t, _mm512_sub_ps(*r, l), l));
-        *g = _mm512_mask_blend_ps(outside, *g, _mm512_fmadd_ps(t, _mm512_sub_ps(*g, l), l));
-        *b = _mm512_mask_blend_ps(outside, *b, _mm512_fmadd_ps(t, _mm512_sub_ps(*b, l), l));
+        const __m512 den = _mm512_mul_ps(dh, dl);
+        // c + s (c - l) with s = min(t, 1) - 1 moves each outside colour to t on its way
+        // to l. The channel that sets t lands on 0 or 1: a bare estimate's error there
+        // would show as several codes in the dark, so Divide refines it.
+        const __m512 s = _mm512_min_ps(zero, Divide(_mm512_sub_ps(num, den), den));
+        *r = _mm512_mask3_fmadd_ps(s, _mm512_sub_ps(*r, l), *r, outside);
+        *g = _mm512_mask3_fmadd_ps(s, _mm512_sub_ps(*g, l), *g, outside);
+        *b = _mm512_mask3_fmadd_ps(s, _mm512_sub_ps(*b, l), *b, outside);
     }
 };
 
