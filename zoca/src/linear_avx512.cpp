@@ -133,21 +133,40 @@ struct Out {
         return _mm512_cvtps_epi32(v);
     }
 
-    // Into the destination primaries, the gamut mapping of the plain build, and codes.
-    ZOCA_INLINE void Finish(__m512 r, __m512 g, __m512 b, __m512i* cr, __m512i* cg,
-                            __m512i* cb) const {
-        __m512 r2 = _mm512_fmadd_ps(m[2], b, _mm512_fmadd_ps(m[1], g, _mm512_mul_ps(m[0], r)));
-        __m512 g2 = _mm512_fmadd_ps(m[5], b, _mm512_fmadd_ps(m[4], g, _mm512_mul_ps(m[3], r)));
-        __m512 b2 = _mm512_fmadd_ps(m[8], b, _mm512_fmadd_ps(m[7], g, _mm512_mul_ps(m[6], r)));
-        if (kMap) Map(&r2, &g2, &b2);
-        *cr = Encode(r2);
-        *cg = Encode(g2);
-        *cb = Encode(b2);
+    // Into the destination primaries, the gamut mapping of the plain build, and codes,
+    // for the four groups of a step. One test for the whole step keeps the groups in
+    // one straight run of code, which the processor overlaps.
+    ZOCA_INLINE void Finish(const __m512 r[4], const __m512 g[4], const __m512 b[4], __m512i* R,
+                            __m512i* G, __m512i* B) const {
+        __m512 r2[4], g2[4], b2[4];
+        __mmask16 out[4];
+#pragma GCC unroll 4
+        for (int q = 0; q < 4; ++q) {
+            r2[q] =
+                _mm512_fmadd_ps(m[2], b[q], _mm512_fmadd_ps(m[1], g[q], _mm512_mul_ps(m[0], r[q])));
+            g2[q] =
+                _mm512_fmadd_ps(m[5], b[q], _mm512_fmadd_ps(m[4], g[q], _mm512_mul_ps(m[3], r[q])));
+            b2[q] =
+                _mm512_fmadd_ps(m[8], b[q], _mm512_fmadd_ps(m[7], g[q], _mm512_mul_ps(m[6], r[q])));
+            if (kMap) out[q] = Outside(r2[q], g2[q], b2[q]);
+        }
+        if (kMap && (out[0] | out[1] | out[2] | out[3]) != 0) {
+#pragma GCC unroll 4
+            for (int q = 0; q < 4; ++q) Map(out[q], &r2[q], &g2[q], &b2[q]);
+        }
+        __m512i cr[4], cg[4], cb[4];
+#pragma GCC unroll 4
+        for (int q = 0; q < 4; ++q) {
+            cr[q] = Encode(r2[q]);
+            cg[q] = Encode(g2[q]);
+            cb[q] = Encode(b2[q]);
+        }
+        *R = Pack64(cr);
+        *G = Pack64(cg);
+        *B = Pack64(cb);
     }
 
-    ZOCA_INLINE void Map(__m512* r, __m512* g, __m512* b) const {
-        const __mmask16 outside = Outside(*r, *g, *b);
-        if (outside == 0) return;
+    ZOCA_INLINE void Map(__mmask16 outside, __m512* r, __m512* g, __m512* b) const {
         const __m512 one = _mm512_set1_ps(1.0f);
         const __m512 zero = _mm512_setzero_ps();
         const __m512 hi = _mm512_max_ps(*r, _mm512_max_ps(*g, *b));
@@ -275,17 +294,6 @@ struct PackedRows {
     }
 };
 
-template <typename O>
-ZOCA_INLINE void FinishAll(const O& out, const __m512 r[4], const __m512 g[4], const __m512 b[4],
-                           __m512i* R, __m512i* G, __m512i* B) {
-    __m512i cr[4], cg[4], cb[4];
-#pragma GCC unroll 4
-    for (int q = 0; q < 4; ++q) out.Finish(r[q], g[q], b[q], &cr[q], &cg[q], &cb[q]);
-    *R = Pack64(cr);
-    *G = Pack64(cg);
-    *B = Pack64(cb);
-}
-
 // CurveCubic::RatioAt on 16 lanes.
 struct Ratio {
     __m512 c[4][4];  // coefficient k, entries 16 j .. 16 j + 15
@@ -333,7 +341,7 @@ void Gamut(const GamutParams& p, IO& rows) {
         Lookup64(p.decode->bytes, R, r);
         Lookup64(p.decode->bytes, G, g);
         Lookup64(p.decode->bytes, B, b);
-        FinishAll(out, r, g, b, &R, &G, &B);
+        out.Finish(r, g, b, &R, &G, &B);
         rows.Put(R, G, B);
     }
 }
@@ -380,7 +388,7 @@ void Tone(const ToneParams& p, IO& rows) {
                 b[q] = _mm512_mul_ps(b[q], gain[q]);
             }
         }
-        FinishAll(out, r, g, b, &R, &G, &B);
+        out.Finish(r, g, b, &R, &G, &B);
         rows.Put(R, G, B);
     }
 }
