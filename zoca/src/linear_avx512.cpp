@@ -294,41 +294,53 @@ struct PackedRows {
     }
 };
 
-// CurveCubic::RatioAt on 16 lanes.
+// CurveCubic::RatioAt on 16 lanes, times k, for top in [2^-8, 1) (the caller clamps:
+// below 2^-8 the curve is the identity, which the first interval's cubic holds too).
+// The intervals are kept rotated so that the low 6 bits of the float's exponent and
+// leading mantissa bits index them directly, with no subtraction.
 struct Ratio {
-    __m512 c[4][4];  // coefficient k, entries 16 j .. 16 j + 15
+    static_assert(kCurveOctaves == 8 && kCurveSteps == 3, "the rotation below assumes 64 steps");
+    __m512 c[4][4];  // coefficient k, slots 16 j .. 16 j + 15
 
-    explicit Ratio(const CurveCubic& cc) {
-        for (int k = 0; k < 4; ++k) {
-            for (int j = 0; j < 4; ++j) c[k][j] = _mm512_loadu_ps(cc.c[k] + 16 * j);
+    Ratio(const CurveCubic& cc, float k) {
+        for (int n = 0; n < 4; ++n) {
+            __m512i v[5];
+            for (int j = 0; j < 4; ++j) {
+                v[j] = _mm512_castps_si512(
+                    _mm512_mul_ps(_mm512_loadu_ps(cc.c[n] + 16 * j), _mm512_set1_ps(k)));
+            }
+            v[4] = v[0];
+            // Interval i of octave 2^-8 (exponent 119, low bits 7) goes to slot 56 + i,
+            // so slot s holds interval (s + 8) mod 64.
+            for (int j = 0; j < 4; ++j) {
+                c[n][j] = _mm512_castsi512_ps(_mm512_alignr_epi32(v[j + 1], v[j], 8));
+            }
         }
     }
 
-    static ZOCA_INLINE __m512 Pick(const __m512 v[4], __m512i i) {
+    static ZOCA_INLINE __m512 Pick(const __m512 v[4], __m512i i, __mmask16 upper) {
         const __m512 a = _mm512_permutex2var_ps(v[0], i, v[1]);
         const __m512 b = _mm512_permutex2var_ps(v[2], i, v[3]);
-        const __mmask16 upper = _mm512_test_epi32_mask(i, _mm512_set1_epi32(32));
         return _mm512_mask_blend_ps(upper, a, b);
     }
 
     ZOCA_INLINE __m512 At(__m512 top) const {
         constexpr int kShift = 23 - kCurveSteps;
         const __m512i bits = _mm512_castps_si512(top);
-        const __m512i pos =
-            _mm512_sub_epi32(_mm512_srli_epi32(bits, kShift),
-                             _mm512_set1_epi32((127 - kCurveOctaves) << kCurveSteps));
-        const __m512i last = _mm512_set1_epi32(kCurveSize - 1);
-        const __mmask16 below = _mm512_cmp_epi32_mask(pos, _mm512_setzero_si512(), _MM_CMPINT_LT);
-        const __mmask16 end = _mm512_cmp_epi32_mask(pos, last, _MM_CMPINT_GT);
-        const __m512i i = _mm512_min_epi32(pos, last);
-        __m512 f = _mm512_mul_ps(
-            _mm512_cvtepi32_ps(_mm512_and_si512(bits, _mm512_set1_epi32((1 << kShift) - 1))),
-            _mm512_set1_ps(1.0f / (1 << kShift)));
-        f = _mm512_mask_mov_ps(f, end, _mm512_set1_ps(1.0f));
-        __m512 v = _mm512_fmadd_ps(Pick(c[3], i), f, Pick(c[2], i));
-        v = _mm512_fmadd_ps(v, f, Pick(c[1], i));
-        v = _mm512_fmadd_ps(v, f, Pick(c[0], i));
-        return _mm512_mask_blend_ps(below, Divide(v, top), _mm512_set1_ps(1.0f));
+        const __m512i i = _mm512_srli_epi32(bits, kShift);
+        const __mmask16 upper = _mm512_test_epi32_mask(i, _mm512_set1_epi32(32));
+        // The fraction within the interval: its mantissa bits under the exponent of 1.
+        const __m512 f =
+            _mm512_sub_ps(_mm512_castsi512_ps(_mm512_ternarylogic_epi32(
+                              _mm512_slli_epi32(bits, kCurveSteps), _mm512_set1_epi32(0x007fffff),
+                              _mm512_set1_epi32(0x3f800000), 0xea)),
+                          _mm512_set1_ps(1.0f));
+        __m512 v = _mm512_fmadd_ps(Pick(c[3], i, upper), f, Pick(c[2], i, upper));
+        v = _mm512_fmadd_ps(v, f, Pick(c[1], i, upper));
+        v = _mm512_fmadd_ps(v, f, Pick(c[0], i, upper));
+        // The estimate alone: its 2^-14 error scales the whole pixel, a hundredth of a
+        // code at most.
+        return _mm512_mul_ps(v, _mm512_rcp14_ps(top));
     }
 };
 
@@ -350,8 +362,7 @@ template <bool kSrgb, bool kMap, typename IO>
 void Tone(const ToneParams& p, IO& rows) {
     const Out<kSrgb, kMap> out(p.out);
     const Power ootf(p.ootf_power, 1.0f);
-    const Ratio ratio(*p.curve);
-    const __m512 scale = _mm512_set1_ps(p.scale);
+    const Ratio ratio(*p.curve, p.scale);
     __m512i R, G, B;
     while (rows.Next(&R, &G, &B)) {
         __m512 r[4], g[4], b[4];
@@ -365,12 +376,13 @@ void Tone(const ToneParams& p, IO& rows) {
                     _mm512_fmadd_ps(_mm512_set1_ps(0.0593f), b[q],
                                     _mm512_fmadd_ps(_mm512_set1_ps(0.6780f), g[q],
                                                     _mm512_mul_ps(_mm512_set1_ps(0.2627f), r[q])));
-                const __m512 od = ootf.At(_mm512_min_ps(_mm512_max_ps(ys, _mm512_set1_ps(kDarkest)),
-                                                        _mm512_set1_ps(1.0f)));
-                const __m512 top =
-                    _mm512_min_ps(_mm512_mul_ps(od, _mm512_max_ps(r[q], _mm512_max_ps(g[q], b[q]))),
-                                  _mm512_set1_ps(1.0f));
-                const __m512 k = _mm512_mul_ps(_mm512_mul_ps(od, ratio.At(top)), scale);
+                // Scene light is at most 1, so ys stays below 2, as Power needs.
+                const __m512 od = ootf.At(_mm512_max_ps(ys, _mm512_set1_ps(kDarkest)));
+                const __m512 top = _mm512_min_ps(
+                    _mm512_max_ps(_mm512_mul_ps(od, _mm512_max_ps(r[q], _mm512_max_ps(g[q], b[q]))),
+                                  _mm512_set1_ps(0x1p-8f)),
+                    _mm512_set1_ps(0x1.fffffep-1f));
+                const __m512 k = _mm512_mul_ps(od, ratio.At(top));
                 r[q] = _mm512_mul_ps(r[q], k);
                 g[q] = _mm512_mul_ps(g[q], k);
                 b[q] = _mm512_mul_ps(b[q], k);
