@@ -358,7 +358,7 @@ void Gamut(const GamutParams& p, IO& rows) {
     }
 }
 
-template <bool kSrgb, bool kMap, typename IO>
+template <bool kSrgb, bool kMap, bool kHlg, typename IO>
 void Tone(const ToneParams& p, IO& rows) {
     const Out<kSrgb, kMap> out(p.out);
     const Power ootf(p.ootf_power, 1.0f);
@@ -366,7 +366,7 @@ void Tone(const ToneParams& p, IO& rows) {
     __m512i R, G, B;
     while (rows.Next(&R, &G, &B)) {
         __m512 r[4], g[4], b[4];
-        if (p.hlg) {
+        if (kHlg) {
             Lookup64(p.scene->bytes, R, r);
             Lookup64(p.scene->bytes, G, g);
             Lookup64(p.scene->bytes, B, b);
@@ -414,12 +414,18 @@ void GamutFor(const GamutParams& p, IO& rows) {
     return p.map ? Gamut<false, true>(p, rows) : Gamut<false, false>(p, rows);
 }
 
-template <typename IO>
+template <bool kHlg, typename IO>
 void ToneFor(const ToneParams& p, IO& rows) {
     if (p.out.enc.srgb) {
-        return p.out.map ? Tone<true, true>(p, rows) : Tone<true, false>(p, rows);
+        return p.out.map ? Tone<true, true, kHlg>(p, rows) : Tone<true, false, kHlg>(p, rows);
     }
-    return p.out.map ? Tone<false, true>(p, rows) : Tone<false, false>(p, rows);
+    return p.out.map ? Tone<false, true, kHlg>(p, rows) : Tone<false, false, kHlg>(p, rows);
+}
+
+// Each route in its own loop, so that neither holds the other's constants.
+template <typename IO>
+void ToneFor(const ToneParams& p, IO& rows) {
+    return p.hlg ? ToneFor<true>(p, rows) : ToneFor<false>(p, rows);
 }
 
 }  // namespace
