@@ -338,9 +338,7 @@ struct Ratio {
         __m512 v = _mm512_fmadd_ps(Pick(c[3], i, upper), f, Pick(c[2], i, upper));
         v = _mm512_fmadd_ps(v, f, Pick(c[1], i, upper));
         v = _mm512_fmadd_ps(v, f, Pick(c[0], i, upper));
-        // The estimate alone: its 2^-14 error scales the whole pixel, a hundredth of a
-        // code at most.
-        return _mm512_mul_ps(v, _mm512_rcp14_ps(top));
+        return Divide(v, top);
     }
 };
 
