@@ -114,7 +114,12 @@ void DecodeRow(const DecCoef& k, Layout l, const uint8_t* y, const uint8_t* c0, 
         d.Run(yw, cw, &ch[0], &ch[1], &ch[2]);
         if (o.bpp == 0) {
             for (int c = 0; c < 3; ++c) {
-                _mm256_mask_storeu_epi8(out[c] + x, Mask32(n), _mm512_cvtepi16_epi8(ch[c]));
+                const __m256i v = _mm512_cvtepi16_epi8(ch[c]);
+                if (n == 32) {  // masked stores only at the row's end, as below
+                    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[c] + x), v);
+                } else {
+                    _mm256_mask_storeu_epi8(out[c] + x, Mask32(n), v);
+                }
             }
             continue;
         }
@@ -256,6 +261,19 @@ void EncodeRows(const EncCoef& k, PackedOrder o, const uint8_t* const in[6], Lay
         _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
     const __m512i odd = _mm512_add_epi32(even, _mm512_set1_epi32(1));
     const uint8_t* const* in1 = o.bpp == 4 ? in + 1 : in + 3;
+    // Planar R, G, B bytes into pixel dwords (R, G, B, 0): pixel i of half h takes byte
+    // 16 h + i of each row, R and G by one two-table permute, B inserted by a second.
+    alignas(64) uint8_t ix[2][2][64] = {};
+    for (int h = 0; h < 2; ++h) {
+        for (int i = 0; i < 16; ++i) {
+            ix[h][0][4 * i] = static_cast<uint8_t>(16 * h + i);
+            ix[h][0][4 * i + 1] = static_cast<uint8_t>(64 + 16 * h + i);
+            ix[h][1][4 * i + 2] = static_cast<uint8_t>(16 * h + i);
+        }
+    }
+    const __m512i rg_pick[2] = {_mm512_load_si512(ix[0][0]), _mm512_load_si512(ix[1][0])};
+    const __m512i b_pick[2] = {_mm512_load_si512(ix[0][1]), _mm512_load_si512(ix[1][1])};
+    constexpr __mmask64 kRg = 0x3333333333333333ull, kB = 0x4444444444444444ull;
     // 32 pixels of both rows a step, as two halves of 16.
     for (int x = 0; x < w; x += 32) {
         const int n = w - x < 32 ? w - x : 32;
@@ -268,6 +286,20 @@ void EncodeRows(const EncCoef& k, PackedOrder o, const uint8_t* const in[6], Lay
                 _mm_prefetch(reinterpret_cast<const char*>(src) + kAhead + 64, _MM_HINT_T0);
                 p[r][0] = _mm512_loadu_si512(src);
                 p[r][1] = _mm512_loadu_si512(src + 64);
+            }
+        } else if (n == 32) {
+            for (int r = 0; r < 2; ++r) {
+                const uint8_t* const* rows = r == 0 ? in : in1;
+                __m512i c[3];
+                for (int i = 0; i < 3; ++i) {
+                    c[i] = _mm512_castsi256_si512(
+                        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(rows[i] + x)));
+                }
+                for (int h = 0; h < 2; ++h) {
+                    p[r][h] = _mm512_mask_permutexvar_epi8(
+                        _mm512_maskz_permutex2var_epi8(kRg, c[0], rg_pick[h], c[1]), kB, b_pick[h],
+                        c[2]);
+                }
             }
         } else {
             for (int h = 0; h < 2; ++h) {
