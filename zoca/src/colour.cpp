@@ -239,6 +239,7 @@ struct ToneTables {
     // HLG: scene light of each code and the EETF.
     CodeTable scene;
     CurveCubic curve;
+    RatioCubic ratio;
 };
 
 constexpr double kHlgGamma = 1.2;  // BT.2100 system gamma for a 1000-nit display
@@ -282,6 +283,28 @@ ToneTables BuildTone(int mode) {
         t.curve.c[2][i] = static_cast<float>(3 * (b - a) - 2 * da - db);
         t.curve.c[3][i] = static_cast<float>(2 * (a - b) + da + db);
     }
+    // The vector build's form: the ratio itself, fitted the same way on coarser intervals.
+    for (int i = 0; i < kRatioSize; ++i) {
+        auto at = [](int k) {
+            const uint32_t bits = static_cast<uint32_t>(((127 - kCurveOctaves) << kRatioSteps) + k)
+                                  << (23 - kRatioSteps);
+            float x;
+            std::memcpy(&x, &bits, sizeof(x));
+            return static_cast<double>(x);
+        };
+        auto f = [&](double x) { return RatioAt(mp, x); };
+        auto df = [&](double x) {
+            const double h = x * 1e-6;
+            return x + h > 1.0 ? (f(x) - f(x - h)) / h : (f(x + h) - f(x - h)) / (2 * h);
+        };
+        const double x0 = at(i), x1 = at(i + 1);
+        const double a = f(x0), b = f(x1);
+        const double da = df(x0) * (x1 - x0), db = df(x1) * (x1 - x0);
+        t.ratio.c[0][i] = static_cast<float>(a);
+        t.ratio.c[1][i] = static_cast<float>(da);
+        t.ratio.c[2][i] = static_cast<float>(3 * (b - a) - 2 * da - db);
+        t.ratio.c[3][i] = static_cast<float>(2 * (a - b) + da + db);
+    }
     return t;
 }
 
@@ -313,6 +336,7 @@ ToneParams ToneParamsOf(int mode) {
     p.scene = &t.scene;
     p.ootf_power = PowerCurve::Of(kHlgGamma - 1.0);
     p.curve = &t.curve;
+    p.ratio = &t.ratio;
     p.scale = static_cast<float>(t.params.master / t.params.target);
     p.out = MakeGamut(nullptr, Primaries::BT2020, Primaries::BT709, TablesOf(Transfer::BT1886));
     return p;

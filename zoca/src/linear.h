@@ -88,6 +88,14 @@ struct CurveCubic {
     float RatioAt(float top) const;
 };
 
+// The curve's ratio itself (out over in), 4 intervals an octave, for the vector build:
+// 32 intervals fit one two-register permute per coefficient, and no division is left.
+constexpr int kRatioSteps = 2;
+constexpr int kRatioSize = kCurveOctaves << kRatioSteps;
+struct RatioCubic {
+    float c[4][kRatioSize];
+};
+
 struct ToneParams {
     bool hlg;
     // PQ: nits of each code, and the gain (the curve's ratio over the target peak) for
@@ -100,6 +108,7 @@ struct ToneParams {
     const CodeTable* scene;
     PowerCurve ootf_power;
     const CurveCubic* curve;
+    const RatioCubic* ratio;
     float scale;      // peak of the HDR signal over the SDR target
     GamutParams out;  // BT.2020 -> BT.709 and the BT.1886 encoding (decode unused)
 };

@@ -294,51 +294,41 @@ struct PackedRows {
     }
 };
 
-// CurveCubic::RatioAt on 16 lanes, times k, for top in [2^-8, 1) (the caller clamps:
-// below 2^-8 the curve is the identity, which the first interval's cubic holds too).
-// The intervals are kept rotated so that the low 6 bits of the float's exponent and
-// leading mantissa bits index them directly, with no subtraction.
+// The HLG curve's ratio on 16 lanes, times k, from the coarse RatioCubic, for top in
+// [2^-8, 1) (the caller clamps: below 2^-8 the curve is the identity, which the first
+// interval's cubic holds too). The intervals are kept rotated so that the low 5 bits of
+// the float's exponent and two leading mantissa bits index them directly.
 struct Ratio {
-    static_assert(kCurveOctaves == 8 && kCurveSteps == 3, "the rotation below assumes 64 steps");
-    __m512 c[4][4];  // coefficient k, slots 16 j .. 16 j + 15
+    static_assert(kCurveOctaves == 8 && kRatioSteps == 2, "the rotation below assumes 32 steps");
+    __m512 c[4][2];  // coefficient n, slots 16 j .. 16 j + 15
 
-    Ratio(const CurveCubic& cc, float k) {
+    Ratio(const RatioCubic& rc, float k) {
         for (int n = 0; n < 4; ++n) {
-            __m512i v[5];
-            for (int j = 0; j < 4; ++j) {
-                v[j] = _mm512_castps_si512(
-                    _mm512_mul_ps(_mm512_loadu_ps(cc.c[n] + 16 * j), _mm512_set1_ps(k)));
-            }
-            v[4] = v[0];
-            // Interval i of octave 2^-8 (exponent 119, low bits 7) goes to slot 56 + i,
-            // so slot s holds interval (s + 8) mod 64.
-            for (int j = 0; j < 4; ++j) {
-                c[n][j] = _mm512_castsi512_ps(_mm512_alignr_epi32(v[j + 1], v[j], 8));
-            }
+            const __m512i v0 =
+                _mm512_castps_si512(_mm512_mul_ps(_mm512_loadu_ps(rc.c[n]), _mm512_set1_ps(k)));
+            const __m512i v1 = _mm512_castps_si512(
+                _mm512_mul_ps(_mm512_loadu_ps(rc.c[n] + 16), _mm512_set1_ps(k)));
+            // Interval i of octave 2^-8 (exponent 119, low bits 7) goes to slot 28 + i,
+            // so slot s holds interval (s + 4) mod 32.
+            c[n][0] = _mm512_castsi512_ps(_mm512_alignr_epi32(v1, v0, 4));
+            c[n][1] = _mm512_castsi512_ps(_mm512_alignr_epi32(v0, v1, 4));
         }
     }
 
-    static ZOCA_INLINE __m512 Pick(const __m512 v[4], __m512i i, __mmask16 upper) {
-        const __m512 a = _mm512_permutex2var_ps(v[0], i, v[1]);
-        const __m512 b = _mm512_permutex2var_ps(v[2], i, v[3]);
-        return _mm512_mask_blend_ps(upper, a, b);
-    }
-
     ZOCA_INLINE __m512 At(__m512 top) const {
-        constexpr int kShift = 23 - kCurveSteps;
+        constexpr int kShift = 23 - kRatioSteps;
         const __m512i bits = _mm512_castps_si512(top);
         const __m512i i = _mm512_srli_epi32(bits, kShift);
-        const __mmask16 upper = _mm512_test_epi32_mask(i, _mm512_set1_epi32(32));
         // The fraction within the interval: its mantissa bits under the exponent of 1.
         const __m512 f =
             _mm512_sub_ps(_mm512_castsi512_ps(_mm512_ternarylogic_epi32(
-                              _mm512_slli_epi32(bits, kCurveSteps), _mm512_set1_epi32(0x007fffff),
+                              _mm512_slli_epi32(bits, kRatioSteps), _mm512_set1_epi32(0x007fffff),
                               _mm512_set1_epi32(0x3f800000), 0xea)),
                           _mm512_set1_ps(1.0f));
-        __m512 v = _mm512_fmadd_ps(Pick(c[3], i, upper), f, Pick(c[2], i, upper));
-        v = _mm512_fmadd_ps(v, f, Pick(c[1], i, upper));
-        v = _mm512_fmadd_ps(v, f, Pick(c[0], i, upper));
-        return Divide(v, top);
+        auto pick = [&](int n) { return _mm512_permutex2var_ps(c[n][0], i, c[n][1]); };
+        __m512 v = _mm512_fmadd_ps(pick(3), f, pick(2));
+        v = _mm512_fmadd_ps(v, f, pick(1));
+        return _mm512_fmadd_ps(v, f, pick(0));
     }
 };
 
@@ -360,7 +350,7 @@ template <bool kSrgb, bool kMap, bool kHlg, typename IO>
 void Tone(const ToneParams& p, IO& rows) {
     const Out<kSrgb, kMap> out(p.out);
     const Power ootf(p.ootf_power, 1.0f);
-    const Ratio ratio(*p.curve, p.scale);
+    const Ratio ratio(*p.ratio, p.scale);
     __m512i R, G, B;
     while (rows.Next(&R, &G, &B)) {
         __m512 r[4], g[4], b[4];
