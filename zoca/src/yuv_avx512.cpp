@@ -74,8 +74,9 @@ struct Decoder {
         dup_v = l == Layout::NV21 ? first : second;
     }
 
-    // 32 luma words and their 16 chroma pairs -> R, G, B words in 0..255.
-    void Run(__m512i y, __m512i c, __m512i* r, __m512i* g, __m512i* b) const {
+    // 32 luma words and their 16 chroma pairs -> R, G, B words before the clamp to
+    // 0..255, which a saturating pack to bytes does by itself.
+    void Raw(__m512i y, __m512i c, __m512i* r, __m512i* g, __m512i* b) const {
         c = _mm512_slli_epi16(_mm512_sub_epi16(c, _mm512_set1_epi16(128)), 7);
         const __m512i cu = _mm512_shuffle_epi8(c, dup_u);
         const __m512i cv = _mm512_shuffle_epi8(c, dup_v);
@@ -86,13 +87,18 @@ struct Decoder {
             _mm512_add_epi16(_mm512_mulhrs_epi16(cu, gu), _mm512_mulhrs_epi16(cv, gv));
         const __m512i tb = _mm512_add_epi16(_mm512_srai_epi16(cu, 1), _mm512_mulhrs_epi16(cu, bu1));
         // Saturation only ever hits sums far past 255, which clamp there anyway.
+        *r = _mm512_srai_epi16(_mm512_adds_epi16(yt, tr), 6);
+        *g = _mm512_srai_epi16(_mm512_subs_epi16(yt, tg), 6);
+        *b = _mm512_srai_epi16(_mm512_adds_epi16(yt, tb), 6);
+    }
+
+    // The same in 0..255.
+    void Run(__m512i y, __m512i c, __m512i* r, __m512i* g, __m512i* b) const {
+        Raw(y, c, r, g, b);
         const __m512i zero = _mm512_setzero_si512();
-        *r = _mm512_min_epi16(
-            _mm512_max_epi16(_mm512_srai_epi16(_mm512_adds_epi16(yt, tr), 6), zero), max);
-        *g = _mm512_min_epi16(
-            _mm512_max_epi16(_mm512_srai_epi16(_mm512_subs_epi16(yt, tg), 6), zero), max);
-        *b = _mm512_min_epi16(
-            _mm512_max_epi16(_mm512_srai_epi16(_mm512_adds_epi16(yt, tb), 6), zero), max);
+        *r = _mm512_min_epi16(_mm512_max_epi16(*r, zero), max);
+        *g = _mm512_min_epi16(_mm512_max_epi16(*g, zero), max);
+        *b = _mm512_min_epi16(_mm512_max_epi16(*b, zero), max);
     }
 };
 
@@ -104,7 +110,27 @@ void DecodeRow(const DecCoef& k, Layout l, const uint8_t* y, const uint8_t* c0, 
     const __m512i opaque = _mm512_set1_epi16(255);
     const __m512i first = _mm512_setr_epi64(0, 1, 8, 9, 2, 3, 10, 11);
     const __m512i second = _mm512_setr_epi64(4, 5, 12, 13, 6, 7, 14, 15);
-    for (int x = 0; x < w; x += 32) {
+    int x = 0;
+    if (o.bpp == 0) {
+        // Planar rows 64 pixels a step: the pack of two steps' words saturates to bytes,
+        // in 128-bit lanes that one qword permute puts back in order.
+        const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
+        for (; x + 64 <= w; x += 64) {
+            __m512i a[3], b[3];
+            for (int h = 0; h < 2; ++h) {
+                const int at = x + 32 * h;
+                const __m512i yw = _mm512_cvtepu8_epi16(
+                    _mm256_loadu_si256(reinterpret_cast<const __m256i*>(y + at)));
+                d.Raw(yw, LoadChroma(l, c0, c1, at / 2, 16), h == 0 ? &a[0] : &b[0],
+                      h == 0 ? &a[1] : &b[1], h == 0 ? &a[2] : &b[2]);
+            }
+            for (int c = 0; c < 3; ++c) {
+                _mm512_storeu_si512(
+                    out[c] + x, _mm512_permutexvar_epi64(order, _mm512_packus_epi16(a[c], b[c])));
+            }
+        }
+    }
+    for (; x < w; x += 32) {
         const int n = w - x < 32 ? w - x : 32;
         const __m512i yw = _mm512_cvtepu8_epi16(
             n == 32 ? _mm256_loadu_si256(reinterpret_cast<const __m256i*>(y + x))
