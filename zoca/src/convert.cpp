@@ -338,6 +338,12 @@ void DecodeRows(const YuvPlanes& yp, int w, int r0, int n, const DecCoef& k, Ker
                 bool dither, Rows& s) {
 #if ZOCA_AVX512_BUILD
     if (kern == Kernel::Avx512) {
+        if (n == 2) {
+            uint8_t* const out[6] = {s.r[0], s.g[0], s.b_[0], s.r[1], s.g[1], s.b_[1]};
+            avx512::DecodeRowPair(k, yp.layout, yp.Y(r0), yp.Y(r0 + 1), yp.C0(r0 / 2),
+                                  yp.C1(r0 / 2), out, w, r0, dither);
+            return;
+        }
         for (int i = 0; i < n; ++i) {
             uint8_t* const out[3] = {s.r[i], s.g[i], s.b_[i]};
             avx512::DecodeRow(k, yp.layout, yp.Y(r0 + i), yp.C0(r0 / 2), yp.C1(r0 / 2),

@@ -94,6 +94,11 @@ namespace avx512 {
 // c1 unused (NV12, NV21).
 void DecodeRow(const DecCoef& k, Layout l, const uint8_t* y, const uint8_t* c0, const uint8_t* c1,
                PackedOrder o, uint8_t* const out[3], int w, int row, bool dither);
+// Rows row and row + 1, which share their chroma row, into planar R, G, B (out[0..2]
+// and out[3..5]); the chroma terms are computed once for both.
+void DecodeRowPair(const DecCoef& k, Layout l, const uint8_t* y0, const uint8_t* y1,
+                   const uint8_t* c0, const uint8_t* c1, uint8_t* const out[6], int w, int row,
+                   bool dither);
 // Two rows of packed 4-byte pixels (o.bpp == 4, in[0] and in[1]) or planar R, G, B
 // (o.bpp == 0, in[0..2] and in[3..5]) into two luma rows and one chroma row; at an odd
 // bottom edge both input rows are the same. y1 may be null (then only y0 is written).

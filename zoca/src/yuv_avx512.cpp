@@ -77,15 +77,23 @@ struct Decoder {
     // 32 luma words and their 16 chroma pairs -> R, G, B words before the clamp to
     // 0..255, which a saturating pack to bytes does by itself.
     void Raw(__m512i y, __m512i c, __m512i* r, __m512i* g, __m512i* b) const {
+        __m512i tr, tg, tb;
+        Terms(c, &tr, &tg, &tb);
+        Luma(y, tr, tg, tb, r, g, b);
+    }
+    // The chroma terms of each pixel, which both rows of a chroma row share.
+    void Terms(__m512i c, __m512i* tr, __m512i* tg, __m512i* tb) const {
         c = _mm512_slli_epi16(_mm512_sub_epi16(c, _mm512_set1_epi16(128)), 7);
         const __m512i cu = _mm512_shuffle_epi8(c, dup_u);
         const __m512i cv = _mm512_shuffle_epi8(c, dup_v);
+        *tr = _mm512_mulhrs_epi16(cv, rv);
+        *tg = _mm512_add_epi16(_mm512_mulhrs_epi16(cu, gu), _mm512_mulhrs_epi16(cv, gv));
+        *tb = _mm512_add_epi16(_mm512_srai_epi16(cu, 1), _mm512_mulhrs_epi16(cu, bu1));
+    }
+    void Luma(__m512i y, __m512i tr, __m512i tg, __m512i tb, __m512i* r, __m512i* g,
+              __m512i* b) const {
         const __m512i yt = _mm512_add_epi16(
             _mm512_mulhrs_epi16(_mm512_slli_epi16(_mm512_sub_epi16(y, yoff), 7), ky), bias);
-        const __m512i tr = _mm512_mulhrs_epi16(cv, rv);
-        const __m512i tg =
-            _mm512_add_epi16(_mm512_mulhrs_epi16(cu, gu), _mm512_mulhrs_epi16(cv, gv));
-        const __m512i tb = _mm512_add_epi16(_mm512_srai_epi16(cu, 1), _mm512_mulhrs_epi16(cu, bu1));
         // Saturation only ever hits sums far past 255, which clamp there anyway.
         *r = _mm512_srai_epi16(_mm512_adds_epi16(yt, tr), 6);
         *g = _mm512_srai_epi16(_mm512_subs_epi16(yt, tg), 6);
@@ -169,6 +177,44 @@ void DecodeRow(const DecCoef& k, Layout l, const uint8_t* y, const uint8_t* c0, 
             _mm512_mask_storeu_epi32(dst, Mask16(n), q0);
             _mm512_mask_storeu_epi32(dst + 64, Mask16(n - 16), q1);
         }
+    }
+}
+
+void DecodeRowPair(const DecCoef& k, Layout l, const uint8_t* y0, const uint8_t* y1,
+                   const uint8_t* c0, const uint8_t* c1, uint8_t* const out[6], int w, int row,
+                   bool dither) {
+    const Decoder d[2] = {{k, l, row, dither}, {k, l, row + 1, dither}};
+    const uint8_t* const y[2] = {y0, y1};
+    // As in DecodeRow's planar steps: pack two steps' words to bytes, then fix the lanes.
+    const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
+    int x = 0;
+    for (; x + 64 <= w; x += 64) {
+        __m512i v[2][3][2];  // [row][channel][half]
+        for (int h = 0; h < 2; ++h) {
+            const int at = x + 32 * h;
+            __m512i tr, tg, tb;
+            d[0].Terms(LoadChroma(l, c0, c1, at / 2, 16), &tr, &tg, &tb);
+            for (int r = 0; r < 2; ++r) {
+                const __m512i yw = _mm512_cvtepu8_epi16(
+                    _mm256_loadu_si256(reinterpret_cast<const __m256i*>(y[r] + at)));
+                d[r].Luma(yw, tr, tg, tb, &v[r][0][h], &v[r][1][h], &v[r][2][h]);
+            }
+        }
+        for (int r = 0; r < 2; ++r) {
+            for (int c = 0; c < 3; ++c) {
+                _mm512_storeu_si512(
+                    out[3 * r + c] + x,
+                    _mm512_permutexvar_epi64(order, _mm512_packus_epi16(v[r][c][0], v[r][c][1])));
+            }
+        }
+    }
+    if (x == w) return;
+    // The rest one row at a time; x is a multiple of 64, so the dither keeps its phase.
+    const uint8_t* const cx0 = c0 + (l == Layout::I420 ? x / 2 : x);
+    const uint8_t* const cx1 = l == Layout::I420 ? c1 + x / 2 : nullptr;
+    for (int r = 0; r < 2; ++r) {
+        uint8_t* const o[3] = {out[3 * r] + x, out[3 * r + 1] + x, out[3 * r + 2] + x};
+        DecodeRow(k, l, y[r] + x, cx0, cx1, PackedOrder{0, 0, 0, 0, -1}, o, w - x, row + r, dither);
     }
 }
 
