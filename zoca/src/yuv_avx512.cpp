@@ -189,6 +189,14 @@ void DecodeRowPair(const DecCoef& k, Layout l, const uint8_t* y0, const uint8_t*
     const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
     int x = 0;
     for (; x + 64 <= w; x += 64) {
+        // The frame streams from memory: ask for all three rows well ahead.
+        _mm_prefetch(reinterpret_cast<const char*>(y0 + x) + kAhead, _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char*>(y1 + x) + kAhead, _MM_HINT_T0);
+        _mm_prefetch(reinterpret_cast<const char*>(c0 + (l == Layout::I420 ? x / 2 : x)) + kAhead,
+                     _MM_HINT_T0);
+        if (l == Layout::I420) {
+            _mm_prefetch(reinterpret_cast<const char*>(c1 + x / 2) + kAhead, _MM_HINT_T0);
+        }
         __m512i v[2][3][2];  // [row][channel][half]
         for (int h = 0; h < 2; ++h) {
             const int at = x + 32 * h;
