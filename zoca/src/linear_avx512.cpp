@@ -91,7 +91,7 @@ struct Power {
 constexpr float kDarkest = 0x1p-31f;
 
 // a / b for b > 0 from the reciprocal estimate and one correction of the quotient,
-// within an ulp or two: a 16-lane division takes several times as long as these three.
+// within an ulp or two: a 16-lane division takes several times as long as these four.
 ZOCA_INLINE __m512 Divide(__m512 a, __m512 b) {
     const __m512 r = _mm512_rcp14_ps(b);
     const __m512 q = _mm512_mul_ps(a, r);
