@@ -175,11 +175,15 @@ ZOCA_CLONES void MergePacked(const int32_t* __restrict r, const int32_t* __restr
 // that no store can change it. The octave factor 2^(e g) is computed rather than read
 // from the table: the compiler emulates gathers from it with scalar loads.
 struct Power {
-    float g, k;
-    float c0, c1, c2, c3;
+    float g;
+    float c0, c1, c2, c3;      // the cubic's coefficients times k
     float e1, e2, e3, e4, e5;  // 2^f = 1 + e1 f + ... + e5 f^5 for |f| <= 1/2
-    Power(const PowerCurve& pc, float scale)
-        : g(pc.g), k(scale), c0(pc.c[0]), c1(pc.c[1]), c2(pc.c[2]), c3(pc.c[3]) {
+    Power(const PowerCurve& pc, float k)
+        : g(pc.g),
+          c0(Scaled(pc.c[0], k)),
+          c1(Scaled(pc.c[1], k)),
+          c2(Scaled(pc.c[2], k)),
+          c3(Scaled(pc.c[3], k)) {
         const double l = std::log(2.0);
         e1 = static_cast<float>(l);
         e2 = static_cast<float>(l * l / 2);
@@ -187,10 +191,13 @@ struct Power {
         e4 = static_cast<float>(l * l * l * l / 24);
         e5 = static_cast<float>(l * l * l * l * l / 120);
     }
+    static float Scaled(float c, float k) { return static_cast<float>(static_cast<double>(c) * k); }
 };
 
-// k * x^g for x in [0, 1]; 0 below 2^-31. x = 2^e m: m^g from the curve's cubic,
-// 2^(e g) = 2^n 2^f with n the nearest integer (the series is within 3e-6 there).
+// k * x^g for x in [0, 1]. x = 2^e m: m^g from the curve's cubic, 2^(e g) = 2^n 2^f with
+// n the nearest integer (the series is within 3e-6 there). Below 2^-31 the result is
+// not the curve's but stays below k 2^-12, a small fraction of a code for the encoders
+// (0 and subnormals give e = -127, still a normal float); the HLG route clamps to 2^-31.
 ZOCA_INLINE float PowerAt(const Power& pw, float x) {
     uint32_t bits;
     std::memcpy(&bits, &x, sizeof(bits));
@@ -207,8 +214,7 @@ ZOCA_INLINE float PowerAt(const Power& pw, float x) {
     const uint32_t sb = static_cast<uint32_t>(n + 127) << 23;
     float s2;
     std::memcpy(&s2, &sb, sizeof(s2));
-    const float v = pw.k * s2 * q * p;
-    return e < -31 ? 0.0f : v;
+    return s2 * q * p;
 }
 
 // Linear light -> codes of the destination's curve.
