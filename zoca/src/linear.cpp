@@ -347,23 +347,20 @@ ZOCA_INLINE float RatioOf(const CurveCubic& cc, float top) {
 
 // BT.2100 OOTF (display light = peak * Ys^(gamma-1) * scene light), then the curve on
 // the largest component of display light.
-ZOCA_INLINE void HlgPixel(const HlgCurve& hc, float sr, float sg, float sb, float& R, float& G,
-                          float& B) {
-    const float ys = 0.2627f * sr + 0.6780f * sg + 0.0593f * sb;
-    const float od = PowerAt(hc.ootf, Min(Max(ys, 0x1p-31f), 1.0f));
-    const float top = Min(od * Max(sr, Max(sg, sb)), 1.0f);
-    const float k = od * RatioOf(hc.cubic, top) * hc.scale;
-    R = sr * k;
-    G = sg * k;
-    B = sb * k;
-}
-
 ZOCA_CLONES void HlgPlain(const HlgCurve& hc, const float* __restrict scene,
                           const uint8_t* __restrict r, const uint8_t* __restrict g,
                           const uint8_t* __restrict b, float* __restrict R, float* __restrict G,
                           float* __restrict B, int n) {
-    for (int x = 0; x < n; ++x)
-        HlgPixel(hc, scene[r[x]], scene[g[x]], scene[b[x]], R[x], G[x], B[x]);
+    for (int x = 0; x < n; ++x) {
+        const float sr = scene[r[x]], sg = scene[g[x]], sb = scene[b[x]];
+        const float ys = 0.2627f * sr + 0.6780f * sg + 0.0593f * sb;
+        const float od = PowerAt(hc.ootf, Min(Max(ys, 0x1p-31f), 1.0f));
+        const float top = Min(od * Max(sr, Max(sg, sb)), 1.0f);
+        const float k = od * RatioOf(hc.cubic, top) * hc.scale;
+        R[x] = sr * k;
+        G[x] = sg * k;
+        B[x] = sb * k;
+    }
 }
 
 void TonePlain(const ToneParams& p, const Dest& d, int w) {
