@@ -150,15 +150,11 @@ class GamutStage : public PixelStage {
     GamutStage(int from_cs, int to_cs, Kernel k) : p_(GamutParamsOf(from_cs, to_cs)), k_(k) {}
 
     void Run(uint8_t* r, uint8_t* g, uint8_t* b, int w) override { GamutRow(k_, p_, r, g, b, w); }
-#if ZOCA_AVX512_BUILD
-    bool RunsPacked() const override {
-        return k_ == Kernel::Avx512 && Supported(k_);
-    }
+    bool RunsPacked() const override { return true; }
     void RunPacked(const uint8_t* src, PackedOrder so, uint8_t* dst, PackedOrder dor,
                    int w) override {
-        avx512::GamutPacked(p_, src, so, dst, dor, w);
+        GamutPackedRow(k_, p_, src, so, dst, dor, w);
     }
-#endif
 
   private:
     const GamutParams p_;
@@ -349,15 +345,11 @@ class ToneStage : public PixelStage {
     ToneStage(int mode, Kernel k) : p_(ToneParamsOf(mode)), k_(k) {}
 
     void Run(uint8_t* r, uint8_t* g, uint8_t* b, int w) override { ToneRow(k_, p_, r, g, b, w); }
-#if ZOCA_AVX512_BUILD
-    bool RunsPacked() const override {
-        return k_ == Kernel::Avx512 && Supported(k_);
-    }
+    bool RunsPacked() const override { return true; }
     void RunPacked(const uint8_t* src, PackedOrder so, uint8_t* dst, PackedOrder dor,
                    int w) override {
-        avx512::TonePacked(p_, src, so, dst, dor, w);
+        TonePackedRow(k_, p_, src, so, dst, dor, w);
     }
-#endif
 
   private:
     const ToneParams p_;

@@ -130,15 +130,60 @@ ZOCA_CLONES void Lookup(const float* __restrict table, const uint8_t* __restrict
     for (int x = 0; x < n; ++x) out[x] = table[in[x]];
 }
 
+// Packed 4-byte pixels are read and written as words; a channel is a shift away.
+struct Shifts {
+    uint32_t r, g, b, a;
+    explicit Shifts(const PackedOrder& o) : r(At(o.r)), g(At(o.g)), b(At(o.b)), a(At(o.a)) {}
+    static uint32_t At(int byte) {
+        return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? 8 * byte : 24 - 8 * byte;
+    }
+};
+
+ZOCA_INLINE uint32_t Word(const uint8_t* p) {
+    uint32_t w;
+    std::memcpy(&w, p, sizeof(w));
+    return w;
+}
+
+// Packed pixels into planar codes within one pass: the table reads then index bytes,
+// which the compiler reads faster than bytes picked out of words.
+ZOCA_CLONES void Unpack(const uint8_t* __restrict in, Shifts si, uint8_t* __restrict r,
+                        uint8_t* __restrict g, uint8_t* __restrict b, int n) {
+    for (int x = 0; x < n; ++x) {
+        const uint32_t w = Word(in + 4 * x);
+        r[x] = static_cast<uint8_t>(w >> si.r);
+        g[x] = static_cast<uint8_t>(w >> si.g);
+        b[x] = static_cast<uint8_t>(w >> si.b);
+    }
+}
+
+// Codes of the three channels and the source's alpha into packed pixels. src is read
+// before dst is written at each pixel, so the two may be the same row.
+ZOCA_CLONES void MergePacked(const int32_t* __restrict r, const int32_t* __restrict g,
+                             const int32_t* __restrict b, const uint8_t* src, Shifts si,
+                             uint8_t* dst, Shifts so, int n) {
+    for (int x = 0; x < n; ++x) {
+        const uint32_t a = (Word(src + 4 * x) >> si.a) & 255;
+        const uint32_t w = static_cast<uint32_t>(r[x]) << so.r |
+                           static_cast<uint32_t>(g[x]) << so.g |
+                           static_cast<uint32_t>(b[x]) << so.b | a << so.a;
+        std::memcpy(dst + 4 * x, &w, sizeof(w));
+    }
+}
+
 // A PowerCurve scaled by k, copied out of the parameters so that the loops below see
 // that no store can change it. The octave factor 2^(e g) is computed rather than read
 // from the table: the compiler emulates gathers from it with scalar loads.
 struct Power {
-    float g, k;
-    float c0, c1, c2, c3;
+    float g;
+    float c0, c1, c2, c3;      // the cubic's coefficients times k
     float e1, e2, e3, e4, e5;  // 2^f = 1 + e1 f + ... + e5 f^5 for |f| <= 1/2
-    Power(const PowerCurve& pc, float scale)
-        : g(pc.g), k(scale), c0(pc.c[0]), c1(pc.c[1]), c2(pc.c[2]), c3(pc.c[3]) {
+    Power(const PowerCurve& pc, float k)
+        : g(pc.g),
+          c0(Scaled(pc.c[0], k)),
+          c1(Scaled(pc.c[1], k)),
+          c2(Scaled(pc.c[2], k)),
+          c3(Scaled(pc.c[3], k)) {
         const double l = std::log(2.0);
         e1 = static_cast<float>(l);
         e2 = static_cast<float>(l * l / 2);
@@ -146,10 +191,13 @@ struct Power {
         e4 = static_cast<float>(l * l * l * l / 24);
         e5 = static_cast<float>(l * l * l * l * l / 120);
     }
+    static float Scaled(float c, float k) { return static_cast<float>(static_cast<double>(c) * k); }
 };
 
-// k * x^g for x in [0, 1]; 0 below 2^-31. x = 2^e m: m^g from the curve's cubic,
-// 2^(e g) = 2^n 2^f with n the nearest integer (the series is within 3e-6 there).
+// k * x^g for x in [0, 1]. x = 2^e m: m^g from the curve's cubic, 2^(e g) = 2^n 2^f with
+// n the nearest integer (the series is within 3e-6 there). Below 2^-31 the result is
+// not the curve's but stays below k 2^-12, a small fraction of a code for the encoders
+// (0 and subnormals give e = -127, still a normal float); the HLG route clamps to 2^-31.
 ZOCA_INLINE float PowerAt(const Power& pw, float x) {
     uint32_t bits;
     std::memcpy(&bits, &x, sizeof(bits));
@@ -166,8 +214,7 @@ ZOCA_INLINE float PowerAt(const Power& pw, float x) {
     const uint32_t sb = static_cast<uint32_t>(n + 127) << 23;
     float s2;
     std::memcpy(&s2, &sb, sizeof(s2));
-    const float v = pw.k * s2 * q * p;
-    return e < -31 ? 0.0f : v;
+    return s2 * q * p;
 }
 
 // Linear light -> codes of the destination's curve.
@@ -186,6 +233,7 @@ ZOCA_INLINE void EncodeLoop(const Power& pw, const float* __restrict v, int32_t*
         }
         words[x] = static_cast<int32_t>(c + 0.5f);
     }
+    if (out == nullptr) return;  // packed rows merge the words themselves
     for (int x = 0; x < n; ++x) out[x] = static_cast<uint8_t>(words[x]);
 }
 
@@ -198,22 +246,38 @@ ZOCA_CLONES void EncodeCodes(const Power& pw, bool srgb, const float* __restrict
     }
 }
 
+// Where a pass's codes go: planar rows in place, or packed pixels (src null for planar).
+struct Dest {
+    uint8_t *r, *g, *b;
+    const uint8_t* src;
+    PackedOrder si;
+    uint8_t* dst;
+    PackedOrder so;
+
+    Dest At(int x0) const {
+        if (src == nullptr) return {r + x0, g + x0, b + x0, nullptr, si, nullptr, so};
+        return {nullptr, nullptr, nullptr, src + 4 * x0, si, dst + 4 * x0, so};
+    }
+};
+
 struct Chunk {
     alignas(64) float r[kChunk];
     alignas(64) float g[kChunk];
     alignas(64) float b[kChunk];
-    alignas(64) int32_t words[kChunk];
+    alignas(64) int32_t words[3][kChunk];
+    alignas(64) uint8_t codes[3][kChunk];
 
-    void MapAndEncode(const GamutParams& p, const Power& pw, uint8_t* r8, uint8_t* g8, uint8_t* b8,
-                      int n) {
+    void MapAndEncode(const GamutParams& p, const Power& pw, const Dest& d, int n) {
         if (p.map) {
             MapChunk(p, r, g, b, n);
         } else {
             MatrixChunk(p, r, g, b, n);
         }
-        EncodeCodes(pw, p.enc.srgb, r, words, r8, n);
-        EncodeCodes(pw, p.enc.srgb, g, words, g8, n);
-        EncodeCodes(pw, p.enc.srgb, b, words, b8, n);
+        EncodeCodes(pw, p.enc.srgb, r, words[0], d.r, n);
+        EncodeCodes(pw, p.enc.srgb, g, words[1], d.g, n);
+        EncodeCodes(pw, p.enc.srgb, b, words[2], d.b, n);
+        if (d.src != nullptr)
+            MergePacked(words[0], words[1], words[2], d.src, Shifts(d.si), d.dst, Shifts(d.so), n);
     }
 };
 
@@ -221,16 +285,25 @@ Power EncodePower(const Encoder& e) {
     return Power(e.power, e.srgb ? 255.0f * 1.055f : 255.0f);
 }
 
-void GamutPlain(const GamutParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) {
+void GamutPlain(const GamutParams& p, const Dest& d, int w) {
     Chunk c;
     const Power pw = EncodePower(p.enc);
     const float* dec = p.decode->value;
+    const Shifts si(d.si);
     for (int x0 = 0; x0 < w; x0 += kChunk) {
         const int n = std::min(kChunk, w - x0);
-        Lookup(dec, r8 + x0, c.r, n);
-        Lookup(dec, g8 + x0, c.g, n);
-        Lookup(dec, b8 + x0, c.b, n);
-        c.MapAndEncode(p, pw, r8 + x0, g8 + x0, b8 + x0, n);
+        const Dest dx = d.At(x0);
+        if (dx.src == nullptr) {
+            Lookup(dec, dx.r, c.r, n);
+            Lookup(dec, dx.g, c.g, n);
+            Lookup(dec, dx.b, c.b, n);
+        } else {
+            Unpack(dx.src, si, c.codes[0], c.codes[1], c.codes[2], n);
+            Lookup(dec, c.codes[0], c.r, n);
+            Lookup(dec, c.codes[1], c.g, n);
+            Lookup(dec, c.codes[2], c.b, n);
+        }
+        c.MapAndEncode(p, pw, dx, n);
     }
 }
 
@@ -290,18 +363,29 @@ ZOCA_CLONES void HlgPlain(const HlgCurve& hc, const float* __restrict scene,
     }
 }
 
-void TonePlain(const ToneParams& p, uint8_t* r8, uint8_t* g8, uint8_t* b8, int w) {
+void TonePlain(const ToneParams& p, const Dest& d, int w) {
     Chunk c;
     const Power pw = EncodePower(p.out.enc);
     const HlgCurve hc{*p.curve, Power(p.ootf_power, 1.0f), p.scale};
+    const Shifts si(d.si);
     for (int x0 = 0; x0 < w; x0 += kChunk) {
         const int n = std::min(kChunk, w - x0);
-        if (p.hlg) {
-            HlgPlain(hc, p.scene->value, r8 + x0, g8 + x0, b8 + x0, c.r, c.g, c.b, n);
-        } else {
-            PqPlain(p.nits->value, p.gain->value, r8 + x0, g8 + x0, b8 + x0, c.r, c.g, c.b, n);
+        const Dest dx = d.At(x0);
+        const uint8_t* r8 = dx.r;
+        const uint8_t* g8 = dx.g;
+        const uint8_t* b8 = dx.b;
+        if (dx.src != nullptr) {
+            Unpack(dx.src, si, c.codes[0], c.codes[1], c.codes[2], n);
+            r8 = c.codes[0];
+            g8 = c.codes[1];
+            b8 = c.codes[2];
         }
-        c.MapAndEncode(p.out, pw, r8 + x0, g8 + x0, b8 + x0, n);
+        if (p.hlg) {
+            HlgPlain(hc, p.scene->value, r8, g8, b8, c.r, c.g, c.b, n);
+        } else {
+            PqPlain(p.nits->value, p.gain->value, r8, g8, b8, c.r, c.g, c.b, n);
+        }
+        c.MapAndEncode(p.out, pw, dx, n);
     }
 }
 
@@ -337,7 +421,7 @@ void GamutRow(Kernel k, const GamutParams& p, uint8_t* r, uint8_t* g, uint8_t* b
     if (k == Kernel::Avx512) return avx512::GamutRow(p, r, g, b, w);
 #endif
     (void)k;
-    GamutPlain(p, r, g, b, w);
+    GamutPlain(p, {r, g, b, nullptr, {}, nullptr, {}}, w);
 }
 
 void ToneRow(Kernel k, const ToneParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w) {
@@ -345,7 +429,25 @@ void ToneRow(Kernel k, const ToneParams& p, uint8_t* r, uint8_t* g, uint8_t* b, 
     if (k == Kernel::Avx512) return avx512::ToneRow(p, r, g, b, w);
 #endif
     (void)k;
-    TonePlain(p, r, g, b, w);
+    TonePlain(p, {r, g, b, nullptr, {}, nullptr, {}}, w);
+}
+
+void GamutPackedRow(Kernel k, const GamutParams& p, const uint8_t* src, PackedOrder so,
+                    uint8_t* dst, PackedOrder dor, int w) {
+#if ZOCA_AVX512_BUILD
+    if (k == Kernel::Avx512 && Supported(k)) return avx512::GamutPacked(p, src, so, dst, dor, w);
+#endif
+    (void)k;
+    GamutPlain(p, {nullptr, nullptr, nullptr, src, so, dst, dor}, w);
+}
+
+void TonePackedRow(Kernel k, const ToneParams& p, const uint8_t* src, PackedOrder so, uint8_t* dst,
+                   PackedOrder dor, int w) {
+#if ZOCA_AVX512_BUILD
+    if (k == Kernel::Avx512 && Supported(k)) return avx512::TonePacked(p, src, so, dst, dor, w);
+#endif
+    (void)k;
+    TonePlain(p, {nullptr, nullptr, nullptr, src, so, dst, dor}, w);
 }
 
 }  // namespace zoca

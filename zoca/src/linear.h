@@ -122,6 +122,12 @@ Kernel BestKernel();
 
 void GamutRow(Kernel k, const GamutParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w);
 void ToneRow(Kernel k, const ToneParams& p, uint8_t* r, uint8_t* g, uint8_t* b, int w);
+// The same on a row of packed 4-byte pixels (src and dst in their own byte orders, alpha
+// passed through).
+void GamutPackedRow(Kernel k, const GamutParams& p, const uint8_t* src, PackedOrder so,
+                    uint8_t* dst, PackedOrder dor, int w);
+void TonePackedRow(Kernel k, const ToneParams& p, const uint8_t* src, PackedOrder so, uint8_t* dst,
+                   PackedOrder dor, int w);
 
 namespace avx512 {
 bool Available();
