@@ -160,6 +160,7 @@ struct Plan {
     Axis h, v;
     HTable table;
     bool vertical_first;
+    Half half_h, half_v;  // both ok: exact 2:1 in both axes
 };
 
 std::shared_ptr<const Plan> MakePlan(const Key& k) {
@@ -176,6 +177,10 @@ std::shared_ptr<const Plan> MakePlan(const Key& k) {
     // On a tie (both axes scaled alike) shrinking goes vertical first, where byte rows
     // are paired cheaply; enlarging horizontal first, which measured faster.
     p->vertical_first = v_first < h_first || (v_first == h_first && k.dh <= k.sh);
+    if (p->vertical_first && (k.n == 1 || k.n == 2 || k.n == 4)) {
+        p->half_h = FindHalf(p->h, k.sw);
+        p->half_v = FindHalf(p->v, k.sh);
+    }
     return p;
 }
 
@@ -215,7 +220,81 @@ void Widen(const uint8_t* in, int words, int16_t* out, Simd simd) {
     for (int i = 0; i < words; ++i) out[i] = in[i];
 }
 
+// Exact 2:1 in both axes (AVX-512): the vertical pass goes into planar rows, where
+// the horizontal pass finds every tap pair in order. Edge rows and columns take the
+// general kernels; all compute the same sums.
+int ResampleHalves(const Plan& plan, const Channels& src, int sh, const Channels& dst, int dh) {
+    const int n = src.n;
+    const int sw = plan.key.sw, dw = plan.key.dw;
+    const Axis& H = plan.h;
+    const Axis& V = plan.v;
+    const size_t plane_words = (static_cast<size_t>(sw) + 256 + 31) & ~size_t{31};
+    const size_t row_words = (static_cast<size_t>(sw) * n + 64 + 31) & ~size_t{31};
+    std::unique_ptr<void, FreeDeleter> mem(
+        std::aligned_alloc(64, 2 * (n * plane_words + row_words)));
+    if (!mem) return ZOCA_ERR_DESTINATION;
+    std::memset(mem.get(), 0, 2 * (n * plane_words + row_words));
+    int16_t* tmp = static_cast<int16_t*>(mem.get());
+    int16_t* planes[4];
+    for (int c = 0; c < n; ++c) planes[c] = tmp + row_words + c * plane_words;
+    const void* rows[12];
+    VRowJob vj{rows, nullptr, V.taps, sw * n, false, true, kCoefBits - kMidBits, tmp};
+    for (int y = 0; y < dh; ++y) {
+        auto src_row = [&](int r) { return src.base + static_cast<ptrdiff_t>(r) * src.stride; };
+        if (y >= plan.half_v.lo && y < plan.half_v.hi) {
+            // The next output row's two new rows stream in while this one is filtered.
+            const uint8_t* in[14];
+            const int first = 2 * y + plan.half_v.off;
+            for (int k = 0; k < 14; ++k) in[k] = src_row(std::min(first + k, sh - 1));
+            resample::avx512::HalfV(in, plan.half_v, sw * n, n, planes, in + 12);
+        } else {
+            vj.coef = &V.coef[static_cast<size_t>(y) * V.taps];
+            for (int k = 0; k < V.taps; ++k) rows[k] = src_row(std::min(V.start[y] + k, sh - 1));
+            VRow(vj, Simd::Avx512);
+            for (int x = 0; x < sw; ++x)
+                for (int c = 0; c < n; ++c) planes[c][x] = tmp[x * n + c];
+        }
+        uint8_t* out = dst.base + static_cast<ptrdiff_t>(y) * dst.stride;
+        resample::avx512::HalfH(planes, plan.half_h, n, out);
+        for (int x = 0; x < dw; ++x) {
+            if (x == plan.half_h.lo) x = plan.half_h.hi;
+            if (x >= dw) break;
+            const int16_t* c = &H.coef[static_cast<size_t>(x) * H.taps];
+            for (int ch = 0; ch < n; ++ch) {
+                int32_t acc = 1 << (kCoefBits + kMidBits - 1);
+                for (int k = 0; k < H.taps; ++k) acc += c[k] * planes[ch][H.start[x] + k];
+                out[x * n + ch] =
+                    static_cast<uint8_t>(std::clamp(acc >> (kCoefBits + kMidBits), 0, 255));
+            }
+        }
+    }
+    return ZOCA_OK;
+}
+
 }  // namespace
+
+Half FindHalf(const Axis& a, int in) {
+    Half h;
+    const int out = static_cast<int>(a.start.size());
+    if (a.taps != 12 || out == 0 || a.identity) return h;
+    const int mid = out / 2;
+    h.off = a.start[mid] - 2 * mid;
+    std::copy_n(&a.coef[static_cast<size_t>(mid) * 12], 12, h.k);
+    for (int k = 0; k < 6; ++k)
+        if (h.k[k] != h.k[11 - k]) return h;
+    auto interior = [&](int j) {
+        const int s = 2 * j + h.off;
+        return a.start[j] == s && s >= 0 && s + 12 <= in &&
+               std::equal(h.k, h.k + 12, &a.coef[static_cast<size_t>(j) * 12]);
+    };
+    if (!interior(mid)) return h;
+    h.lo = mid;
+    h.hi = mid + 1;
+    while (h.lo > 0 && interior(h.lo - 1)) --h.lo;
+    while (h.hi < out && interior(h.hi)) ++h.hi;
+    h.ok = true;
+    return h;
+}
 
 bool Supported(Simd s) {
     switch (s) {
@@ -245,6 +324,9 @@ bool resample::avx2::Available() {
 bool resample::avx512::Available() {
     return false;
 }
+void resample::avx512::HalfV(const uint8_t* const*, const Half&, int, int, int16_t* const*,
+                             const uint8_t* const*) {}
+void resample::avx512::HalfH(const int16_t* const*, const Half&, int, uint8_t*) {}
 #endif
 
 void VRow(const VRowJob& j, Simd s) {
@@ -404,6 +486,8 @@ int Resample(const Channels& src, int sw, int sh, double left, double top, doubl
             hj.out = dst_row(y);
             HRow(hj, simd);
         }
+    } else if (simd == Simd::Avx512 && plan->half_h.ok && plan->half_v.ok) {
+        return ResampleHalves(*plan, src, sh, dst, dh);
     } else if (plan->vertical_first) {
         vj.words = sw * n;
         vj.out16 = true;

@@ -96,6 +96,16 @@ struct HRowJob {
 void VRow(const VRowJob& j, Simd s);
 void HRow(const HRowJob& j, Simd s);
 
+// An exact 2:1 axis: outputs lo .. hi - 1 read inputs 2 j + off .. 2 j + off + 11 with
+// one symmetric 12-tap kernel k; the outputs outside (the edges, where taps mirror back
+// in) take their own weights from the Axis.
+struct Half {
+    bool ok = false;
+    int lo = 0, hi = 0, off = 0;
+    int16_t k[12] = {};
+};
+Half FindHalf(const Axis& a, int in);
+
 // Kernels of each build, named apart from the other kernels of the library.
 namespace resample {
 namespace plain {
@@ -112,6 +122,14 @@ bool Available();
 void VRow(const VRowJob& j);
 void HRow(const HRowJob& j);
 void Widen(const uint8_t* in, int words, int16_t* out);  // bytes to int16
+// 2:1 with n = 1, 2 or 4 interleaved channels, as VRow and HRow compute it, through
+// planar int16 rows (one plane per channel, readable and writable 256 words past
+// their end). HalfV: 12 byte rows, `bytes` wide, to the planes (kCoefBits - kMidBits
+// fraction bits dropped; the two rows of `next`, if any, are fetched into cache on the
+// way). HalfH: outputs lo .. hi - 1 from the planes, to bytes.
+void HalfV(const uint8_t* const* rows, const Half& v, int bytes, int n, int16_t* const* planes,
+           const uint8_t* const* next);
+void HalfH(const int16_t* const* planes, const Half& h, int n, uint8_t* out);
 }  // namespace avx512
 }  // namespace resample
 

@@ -8,6 +8,7 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
 #include <vector>
 
 #if defined(__clang__)
@@ -293,6 +294,158 @@ void Widen(const uint8_t* in, int words, int16_t* out) {
         _mm512_mask_storeu_epi16(out + i, m,
                                  _mm512_cvtepu8_epi16(_mm256_maskz_loadu_epi8(m, in + i)));
     }
+}
+
+namespace {
+
+// vpermt2w indices (n = 1, 2, 4) from the two packed vectors of a 64-byte block of HalfV
+// to planar order: each channel's samples in a row, one channel after another.
+struct HalfOrder {
+    alignas(64) uint16_t idx[3][2][32];
+};
+const HalfOrder& Orders() {
+    static const HalfOrder orders = [] {
+        HalfOrder o{};
+        for (int g = 0; g < 3; ++g) {
+            const int n = 1 << g, px = 64 / n;
+            for (int v = 0; v < 2; ++v) {
+                for (int lane = 0; lane < 4; ++lane) {
+                    for (int t = 0; t < 8; ++t) {
+                        // Word t of a lane: the even columns' sums, then the odd ones'.
+                        const int col = 16 * lane + 8 * v + (t < 4 ? 2 * t : 2 * (t - 4) + 1);
+                        const int flat = col % n * px + col / n;
+                        o.idx[g][flat / 32][flat % 32] =
+                            static_cast<uint16_t>(32 * v + 8 * lane + t);
+                    }
+                }
+            }
+        }
+        return o;
+    }();
+    return orders;
+}
+
+// Rows f and 11 - f share a weight: their bytes are summed first (maddubs against ones,
+// exact), then each word pair (two columns) is multiplied by (w, 0) and (0, w), which
+// keeps the even and odd columns apart without a shuffle.
+template <int N>
+void HalfVOf(const uint8_t* const* rows, const Half& v, int bytes, int16_t* const* planes,
+             const uint8_t* const* next) {
+    constexpr int kG = N == 1 ? 0 : N == 2 ? 1 : 2;
+    const __m512i i0 = _mm512_load_si512(Orders().idx[kG][0]);
+    const __m512i i1 = _mm512_load_si512(Orders().idx[kG][1]);
+    __m512i ce[6], co[6];
+    for (int f = 0; f < 6; ++f) {
+        const uint32_t w = static_cast<uint16_t>(v.k[f]);
+        ce[f] = _mm512_set1_epi32(static_cast<int32_t>(w));
+        co[f] = _mm512_set1_epi32(static_cast<int32_t>(w << 16));
+    }
+    const __m512i ones = _mm512_set1_epi8(1);
+    const __m512i round = _mm512_set1_epi32(1 << (kCoefBits - kMidBits - 1));
+    for (int i = 0; i < bytes; i += 64) {
+        const int left = bytes - i;
+        const __mmask64 m = left >= 64 ? ~__mmask64{0} : (__mmask64{1} << left) - 1;
+        __m512i el = round, ol = round, eh = round, oh = round;
+        if (next != nullptr) {
+            _mm_prefetch(reinterpret_cast<const char*>(next[0] + i), _MM_HINT_T0);
+            _mm_prefetch(reinterpret_cast<const char*>(next[1] + i), _MM_HINT_T0);
+        }
+        for (int f = 0; f < 6; ++f) {
+            const __m512i a = _mm512_maskz_loadu_epi8(m, rows[f] + i);
+            const __m512i b = _mm512_maskz_loadu_epi8(m, rows[11 - f] + i);
+            const __m512i lo = _mm512_maddubs_epi16(_mm512_unpacklo_epi8(a, b), ones);
+            const __m512i hi = _mm512_maddubs_epi16(_mm512_unpackhi_epi8(a, b), ones);
+            el = _mm512_dpwssd_epi32(el, lo, ce[f]);
+            ol = _mm512_dpwssd_epi32(ol, lo, co[f]);
+            eh = _mm512_dpwssd_epi32(eh, hi, ce[f]);
+            oh = _mm512_dpwssd_epi32(oh, hi, co[f]);
+        }
+        constexpr int kShift = kCoefBits - kMidBits;
+        const __m512i p0 =
+            _mm512_packs_epi32(_mm512_srai_epi32(el, kShift), _mm512_srai_epi32(ol, kShift));
+        const __m512i p1 =
+            _mm512_packs_epi32(_mm512_srai_epi32(eh, kShift), _mm512_srai_epi32(oh, kShift));
+        const __m512i w0 = _mm512_permutex2var_epi16(p0, i0, p1);
+        const __m512i w1 = _mm512_permutex2var_epi16(p0, i1, p1);
+        const int p = i / N;
+        if (N == 1) {
+            _mm512_storeu_si512(planes[0] + i, w0);
+            _mm512_storeu_si512(planes[0] + i + 32, w1);
+        } else if (N == 2) {
+            _mm512_storeu_si512(planes[0] + p, w0);
+            _mm512_storeu_si512(planes[1] + p, w1);
+        } else {
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(planes[0] + p),
+                                _mm512_castsi512_si256(w0));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(planes[1] + p),
+                                _mm512_extracti64x4_epi64(w0, 1));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(planes[2] + p),
+                                _mm512_castsi512_si256(w1));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(planes[3] + p),
+                                _mm512_extracti64x4_epi64(w1, 1));
+        }
+    }
+}
+
+// 16 outputs from d on of one plane: input pairs (2 j + off + 2 m, + 1) lie as dwords
+// in order, so each tap pair is one unaligned load and one vpdpwssd.
+template <int N>
+void HalfHOf(const int16_t* const* planes, const Half& h, uint8_t* out) {
+    __m512i c[6];
+    for (int m = 0; m < 6; ++m) c[m] = _mm512_set1_epi32(Pair(h.k + 2 * m));
+    const __m512i round = _mm512_set1_epi32(1 << (kCoefBits + kMidBits - 1));
+    auto block = [&](const int16_t* t, int d) {
+        const int16_t* at = t + 2 * d + h.off;
+        __m512i acc = round;
+        for (int m = 0; m < 6; ++m)
+            acc = _mm512_dpwssd_epi32(acc, _mm512_loadu_si512(at + 2 * m), c[m]);
+        return _mm512_srai_epi32(acc, kCoefBits + kMidBits);
+    };
+    // After the packs, 128-bit lane L holds outputs 4 L .. 4 L + 3 of each block.
+    const __m512i order1 = _mm512_set_epi32(15, 11, 7, 3, 14, 10, 6, 2, 13, 9, 5, 1, 12, 8, 4, 0);
+    const __m512i order2 = _mm512_set_epi64(7, 5, 3, 1, 6, 4, 2, 0);
+    const __m512i pairs2 =
+        _mm512_broadcast_i32x4(_mm_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15));
+    const __m512i quads4 =
+        _mm512_broadcast_i32x4(_mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
+    constexpr int kPer = 64 / N;
+    for (int d = h.lo; d < h.hi; d += kPer) {
+        const int left = std::min(kPer, h.hi - d) * N;
+        const __mmask64 m = left >= 64 ? ~__mmask64{0} : (__mmask64{1} << left) - 1;
+        __m512i v;
+        if (N == 1) {
+            const __m512i p01 = _mm512_packs_epi32(block(planes[0], d), block(planes[0], d + 16));
+            const __m512i p23 =
+                _mm512_packs_epi32(block(planes[0], d + 32), block(planes[0], d + 48));
+            v = _mm512_permutexvar_epi32(order1, _mm512_packus_epi16(p01, p23));
+        } else if (N == 2) {
+            const __m512i pa = _mm512_packs_epi32(block(planes[0], d), block(planes[1], d));
+            const __m512i pb =
+                _mm512_packs_epi32(block(planes[0], d + 16), block(planes[1], d + 16));
+            v = _mm512_permutexvar_epi64(order2,
+                                         _mm512_shuffle_epi8(_mm512_packus_epi16(pa, pb), pairs2));
+        } else {
+            const __m512i prg = _mm512_packs_epi32(block(planes[0], d), block(planes[1], d));
+            const __m512i pba = _mm512_packs_epi32(block(planes[2], d), block(planes[3], d));
+            v = _mm512_shuffle_epi8(_mm512_packus_epi16(prg, pba), quads4);
+        }
+        _mm512_mask_storeu_epi8(out + static_cast<ptrdiff_t>(d) * N, m, v);
+    }
+}
+
+}  // namespace
+
+void HalfV(const uint8_t* const* rows, const Half& v, int bytes, int n, int16_t* const* planes,
+           const uint8_t* const* next) {
+    if (n == 1) return HalfVOf<1>(rows, v, bytes, planes, next);
+    if (n == 2) return HalfVOf<2>(rows, v, bytes, planes, next);
+    HalfVOf<4>(rows, v, bytes, planes, next);
+}
+
+void HalfH(const int16_t* const* planes, const Half& h, int n, uint8_t* out) {
+    if (n == 1) return HalfHOf<1>(planes, h, out);
+    if (n == 2) return HalfHOf<2>(planes, h, out);
+    HalfHOf<4>(planes, h, out);
 }
 
 void HRow(const HRowJob& j) {
