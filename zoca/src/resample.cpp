@@ -228,7 +228,9 @@ int ResampleHalves(const Plan& plan, const Channels& src, int sh, const Channels
     const int sw = plan.key.sw, dw = plan.key.dw;
     const Axis& H = plan.h;
     const Axis& V = plan.v;
-    const size_t plane_words = (static_cast<size_t>(sw) + 256 + 31) & ~size_t{31};
+    const size_t plane_words = (static_cast<size_t>(sw) + 256 + 32 + 31) & ~size_t{31};
+    // The horizontal kernel's windows start on 64-byte lines.
+    const int lead = (32 - (2 * plan.half_h.lo + plan.half_h.off) % 32) % 32;
     const size_t row_words = (static_cast<size_t>(sw) * n + 64 + 31) & ~size_t{31};
     std::unique_ptr<void, FreeDeleter> mem(
         std::aligned_alloc(64, 2 * (n * plane_words + row_words)));
@@ -236,7 +238,7 @@ int ResampleHalves(const Plan& plan, const Channels& src, int sh, const Channels
     std::memset(mem.get(), 0, 2 * (n * plane_words + row_words));
     int16_t* tmp = static_cast<int16_t*>(mem.get());
     int16_t* planes[4];
-    for (int c = 0; c < n; ++c) planes[c] = tmp + row_words + c * plane_words;
+    for (int c = 0; c < n; ++c) planes[c] = tmp + row_words + c * plane_words + lead;
     const void* rows[12];
     VRowJob vj{rows, nullptr, V.taps, sw * n, false, true, kCoefBits - kMidBits, tmp};
     for (int y = 0; y < dh; ++y) {

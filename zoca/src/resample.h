@@ -126,7 +126,8 @@ void Widen(const uint8_t* in, int words, int16_t* out);  // bytes to int16
 // planar int16 rows (one plane per channel, readable and writable 256 words past
 // their end). HalfV: 12 byte rows, `bytes` wide, to the planes (kCoefBits - kMidBits
 // fraction bits dropped; the two rows of `next`, if any, are fetched into cache on the
-// way). HalfH: outputs lo .. hi - 1 from the planes, to bytes.
+// way). HalfH: outputs lo .. hi - 1 from the planes, to bytes; word 2 lo + off of each
+// plane starts a 64-byte line.
 void HalfV(const uint8_t* const* rows, const Half& v, int bytes, int n, int16_t* const* planes,
            const uint8_t* const* next);
 void HalfH(const int16_t* const* planes, const Half& h, int n, uint8_t* out);

@@ -311,8 +311,7 @@ const HalfOrder& Orders() {
             for (int v = 0; v < 2; ++v) {
                 for (int lane = 0; lane < 4; ++lane) {
                     for (int t = 0; t < 8; ++t) {
-                        // Word t of a lane: the even columns' sums, then the odd ones'.
-                        const int col = 16 * lane + 8 * v + (t < 4 ? 2 * t : 2 * (t - 4) + 1);
+                        const int col = 16 * lane + 8 * v + t;
                         const int flat = col % n * px + col / n;
                         o.idx[g][flat / 32][flat % 32] =
                             static_cast<uint16_t>(32 * v + 8 * lane + t);
@@ -326,69 +325,84 @@ const HalfOrder& Orders() {
 }
 
 // Rows f and 11 - f share a weight: their bytes are summed first (maddubs against ones,
-// exact), then each word pair (two columns) is multiplied by (w, 0) and (0, w), which
-// keeps the even and odd columns apart without a shuffle.
+// exact), then folds f and f + 1 are interleaved word by word for vpdpwssd. Lane L of sum
+// q holds columns 16 L + 4 q .. + 3 of the 64-byte block; the words go to planar order
+// by two vpermt2w.
+struct HalfVConst {
+    __m512i cp[3], ones, round, i0, i1;
+};
+
+template <int N, bool kMasked>
+inline void HalfVBlock(const uint8_t* const* r, int i, __mmask64 m, const HalfVConst& k,
+                       int16_t* const* planes) {
+    __m512i acc[4] = {k.round, k.round, k.round, k.round};
+    __m512i sum[2][2];  // [fold parity][lo, hi]
+    for (int f = 0; f < 6; ++f) {
+        const __m512i a =
+            kMasked ? _mm512_maskz_loadu_epi8(m, r[f] + i) : _mm512_loadu_si512(r[f] + i);
+        const __m512i b =
+            kMasked ? _mm512_maskz_loadu_epi8(m, r[11 - f] + i) : _mm512_loadu_si512(r[11 - f] + i);
+        sum[f & 1][0] = _mm512_maddubs_epi16(_mm512_unpacklo_epi8(a, b), k.ones);
+        sum[f & 1][1] = _mm512_maddubs_epi16(_mm512_unpackhi_epi8(a, b), k.ones);
+        if (f & 1) {
+            for (int h = 0; h < 2; ++h) {
+                acc[2 * h] = _mm512_dpwssd_epi32(
+                    acc[2 * h], _mm512_unpacklo_epi16(sum[0][h], sum[1][h]), k.cp[f / 2]);
+                acc[2 * h + 1] = _mm512_dpwssd_epi32(
+                    acc[2 * h + 1], _mm512_unpackhi_epi16(sum[0][h], sum[1][h]), k.cp[f / 2]);
+            }
+        }
+    }
+    constexpr int kShift = kCoefBits - kMidBits;
+    const __m512i p0 =
+        _mm512_packs_epi32(_mm512_srai_epi32(acc[0], kShift), _mm512_srai_epi32(acc[1], kShift));
+    const __m512i p1 =
+        _mm512_packs_epi32(_mm512_srai_epi32(acc[2], kShift), _mm512_srai_epi32(acc[3], kShift));
+    const __m512i w0 = _mm512_permutex2var_epi16(p0, k.i0, p1);
+    const __m512i w1 = _mm512_permutex2var_epi16(p0, k.i1, p1);
+    const int p = i / N;
+    if (N == 1) {
+        _mm512_storeu_si512(planes[0] + i, w0);
+        _mm512_storeu_si512(planes[0] + i + 32, w1);
+    } else if (N == 2) {
+        _mm512_storeu_si512(planes[0] + p, w0);
+        _mm512_storeu_si512(planes[1] + p, w1);
+    } else {
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(planes[0] + p), _mm512_castsi512_si256(w0));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(planes[1] + p),
+                            _mm512_extracti64x4_epi64(w0, 1));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(planes[2] + p), _mm512_castsi512_si256(w1));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(planes[3] + p),
+                            _mm512_extracti64x4_epi64(w1, 1));
+    }
+}
+
 template <int N>
 void HalfVOf(const uint8_t* const* rows, const Half& v, int bytes, int16_t* const* planes,
              const uint8_t* const* next) {
     constexpr int kG = N == 1 ? 0 : N == 2 ? 1 : 2;
-    const __m512i i0 = _mm512_load_si512(Orders().idx[kG][0]);
-    const __m512i i1 = _mm512_load_si512(Orders().idx[kG][1]);
-    __m512i ce[6], co[6];
-    for (int f = 0; f < 6; ++f) {
-        const uint32_t w = static_cast<uint16_t>(v.k[f]);
-        ce[f] = _mm512_set1_epi32(static_cast<int32_t>(w));
-        co[f] = _mm512_set1_epi32(static_cast<int32_t>(w << 16));
-    }
-    const __m512i ones = _mm512_set1_epi8(1);
-    const __m512i round = _mm512_set1_epi32(1 << (kCoefBits - kMidBits - 1));
-    for (int i = 0; i < bytes; i += 64) {
-        const int left = bytes - i;
-        const __mmask64 m = left >= 64 ? ~__mmask64{0} : (__mmask64{1} << left) - 1;
-        __m512i el = round, ol = round, eh = round, oh = round;
+    HalfVConst k;
+    for (int f = 0; f < 3; ++f) k.cp[f] = _mm512_set1_epi32(Pair(v.k + 2 * f));
+    k.ones = _mm512_set1_epi8(1);
+    k.round = _mm512_set1_epi32(1 << (kCoefBits - kMidBits - 1));
+    k.i0 = _mm512_load_si512(Orders().idx[kG][0]);
+    k.i1 = _mm512_load_si512(Orders().idx[kG][1]);
+    const uint8_t* r[12];
+    std::copy_n(rows, 12, r);
+    int i = 0;
+    for (; i + 64 <= bytes; i += 64) {
         if (next != nullptr) {
             _mm_prefetch(reinterpret_cast<const char*>(next[0] + i), _MM_HINT_T0);
             _mm_prefetch(reinterpret_cast<const char*>(next[1] + i), _MM_HINT_T0);
         }
-        for (int f = 0; f < 6; ++f) {
-            const __m512i a = _mm512_maskz_loadu_epi8(m, rows[f] + i);
-            const __m512i b = _mm512_maskz_loadu_epi8(m, rows[11 - f] + i);
-            const __m512i lo = _mm512_maddubs_epi16(_mm512_unpacklo_epi8(a, b), ones);
-            const __m512i hi = _mm512_maddubs_epi16(_mm512_unpackhi_epi8(a, b), ones);
-            el = _mm512_dpwssd_epi32(el, lo, ce[f]);
-            ol = _mm512_dpwssd_epi32(ol, lo, co[f]);
-            eh = _mm512_dpwssd_epi32(eh, hi, ce[f]);
-            oh = _mm512_dpwssd_epi32(oh, hi, co[f]);
-        }
-        constexpr int kShift = kCoefBits - kMidBits;
-        const __m512i p0 =
-            _mm512_packs_epi32(_mm512_srai_epi32(el, kShift), _mm512_srai_epi32(ol, kShift));
-        const __m512i p1 =
-            _mm512_packs_epi32(_mm512_srai_epi32(eh, kShift), _mm512_srai_epi32(oh, kShift));
-        const __m512i w0 = _mm512_permutex2var_epi16(p0, i0, p1);
-        const __m512i w1 = _mm512_permutex2var_epi16(p0, i1, p1);
-        const int p = i / N;
-        if (N == 1) {
-            _mm512_storeu_si512(planes[0] + i, w0);
-            _mm512_storeu_si512(planes[0] + i + 32, w1);
-        } else if (N == 2) {
-            _mm512_storeu_si512(planes[0] + p, w0);
-            _mm512_storeu_si512(planes[1] + p, w1);
-        } else {
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(planes[0] + p),
-                                _mm512_castsi512_si256(w0));
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(planes[1] + p),
-                                _mm512_extracti64x4_epi64(w0, 1));
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(planes[2] + p),
-                                _mm512_castsi512_si256(w1));
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(planes[3] + p),
-                                _mm512_extracti64x4_epi64(w1, 1));
-        }
+        HalfVBlock<N, false>(r, i, 0, k, planes);
     }
+    if (i < bytes) HalfVBlock<N, true>(r, i, (__mmask64{1} << (bytes - i)) - 1, k, planes);
 }
 
 // 16 outputs from d on of one plane: input pairs (2 j + off + 2 m, + 1) lie as dwords
-// in order, so each tap pair is one unaligned load and one vpdpwssd.
+// in order, so tap pair m is the window of two vectors shifted by m dwords (the planes
+// are placed so that the windows start on 64-byte lines: loads across lines cost twice).
 template <int N>
 void HalfHOf(const int16_t* const* planes, const Half& h, uint8_t* out) {
     __m512i c[6];
@@ -396,9 +410,13 @@ void HalfHOf(const int16_t* const* planes, const Half& h, uint8_t* out) {
     const __m512i round = _mm512_set1_epi32(1 << (kCoefBits + kMidBits - 1));
     auto block = [&](const int16_t* t, int d) {
         const int16_t* at = t + 2 * d + h.off;
-        __m512i acc = round;
-        for (int m = 0; m < 6; ++m)
-            acc = _mm512_dpwssd_epi32(acc, _mm512_loadu_si512(at + 2 * m), c[m]);
+        const __m512i x0 = _mm512_load_si512(at), x1 = _mm512_load_si512(at + 32);
+        __m512i acc = _mm512_dpwssd_epi32(round, x0, c[0]);
+        acc = _mm512_dpwssd_epi32(acc, _mm512_alignr_epi32(x1, x0, 1), c[1]);
+        acc = _mm512_dpwssd_epi32(acc, _mm512_alignr_epi32(x1, x0, 2), c[2]);
+        acc = _mm512_dpwssd_epi32(acc, _mm512_alignr_epi32(x1, x0, 3), c[3]);
+        acc = _mm512_dpwssd_epi32(acc, _mm512_alignr_epi32(x1, x0, 4), c[4]);
+        acc = _mm512_dpwssd_epi32(acc, _mm512_alignr_epi32(x1, x0, 5), c[5]);
         return _mm512_srai_epi32(acc, kCoefBits + kMidBits);
     };
     // After the packs, 128-bit lane L holds outputs 4 L .. 4 L + 3 of each block.
