@@ -392,8 +392,8 @@ void HalfVOf(const uint8_t* const* rows, const Half& v, int bytes, int16_t* cons
     int i = 0;
     for (; i + 64 <= bytes; i += 64) {
         if (next != nullptr) {
-            _mm_prefetch(reinterpret_cast<const char*>(next[0] + i), _MM_HINT_T0);
-            _mm_prefetch(reinterpret_cast<const char*>(next[1] + i), _MM_HINT_T0);
+            _mm_prefetch(reinterpret_cast<const char*>(next[0] + i), _MM_HINT_T1);
+            _mm_prefetch(reinterpret_cast<const char*>(next[1] + i), _MM_HINT_T1);
         }
         HalfVBlock<N, false>(r, i, 0, k, planes);
     }
