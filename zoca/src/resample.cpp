@@ -258,17 +258,8 @@ int ResampleHalves(const Plan& plan, const Channels& src, int sh, const Channels
         }
         uint8_t* out = dst.base + static_cast<ptrdiff_t>(y) * dst.stride;
         resample::avx512::HalfH(planes, plan.half_h, n, out);
-        for (int x = 0; x < dw; ++x) {
-            if (x == plan.half_h.lo) x = plan.half_h.hi;
-            if (x >= dw) break;
-            const int16_t* c = &H.coef[static_cast<size_t>(x) * H.taps];
-            for (int ch = 0; ch < n; ++ch) {
-                int32_t acc = 1 << (kCoefBits + kMidBits - 1);
-                for (int k = 0; k < H.taps; ++k) acc += c[k] * planes[ch][H.start[x] + k];
-                out[x * n + ch] =
-                    static_cast<uint8_t>(std::clamp(acc >> (kCoefBits + kMidBits), 0, 255));
-            }
-        }
+        resample::avx512::HalfEdges(planes, H, n, 0, plan.half_h.lo, out);
+        resample::avx512::HalfEdges(planes, H, n, plan.half_h.hi, dw, out);
     }
     return ZOCA_OK;
 }
@@ -329,6 +320,7 @@ bool resample::avx512::Available() {
 void resample::avx512::HalfV(const uint8_t* const*, const Half&, int, int, int16_t* const*,
                              const uint8_t* const*) {}
 void resample::avx512::HalfH(const int16_t* const*, const Half&, int, uint8_t*) {}
+void resample::avx512::HalfEdges(const int16_t* const*, const Axis&, int, int, int, uint8_t*) {}
 #endif
 
 void VRow(const VRowJob& j, Simd s) {

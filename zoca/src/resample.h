@@ -131,6 +131,8 @@ void Widen(const uint8_t* in, int words, int16_t* out);  // bytes to int16
 void HalfV(const uint8_t* const* rows, const Half& v, int bytes, int n, int16_t* const* planes,
            const uint8_t* const* next);
 void HalfH(const int16_t* const* planes, const Half& h, int n, uint8_t* out);
+// The outputs from .. to - 1 of a (of at most 16 taps) from the planes, to bytes.
+void HalfEdges(const int16_t* const* planes, const Axis& a, int n, int from, int to, uint8_t* out);
 }  // namespace avx512
 }  // namespace resample
 

@@ -460,6 +460,23 @@ void HalfV(const uint8_t* const* rows, const Half& v, int bytes, int n, int16_t*
     HalfVOf<4>(rows, v, bytes, planes, next);
 }
 
+void HalfEdges(const int16_t* const* planes, const Axis& a, int n, int from, int to, uint8_t* out) {
+    const __mmask16 m = static_cast<__mmask16>((1u << a.taps) - 1);
+    for (int x = from; x < to; ++x) {
+        const __m256i c = _mm256_maskz_loadu_epi16(m, &a.coef[static_cast<size_t>(x) * a.taps]);
+        for (int ch = 0; ch < n; ++ch) {
+            const __m256i v = _mm256_maskz_loadu_epi16(m, planes[ch] + a.start[x]);
+            const __m256i p = _mm256_madd_epi16(c, v);
+            __m128i s = _mm_add_epi32(_mm256_castsi256_si128(p), _mm256_extracti128_si256(p, 1));
+            s = _mm_add_epi32(s, _mm_shuffle_epi32(s, 0x4e));
+            s = _mm_add_epi32(s, _mm_shuffle_epi32(s, 0xb1));
+            const int32_t acc = _mm_cvtsi128_si32(s) + (1 << (kCoefBits + kMidBits - 1));
+            out[x * n + ch] =
+                static_cast<uint8_t>(std::clamp(acc >> (kCoefBits + kMidBits), 0, 255));
+        }
+    }
+}
+
 void HalfH(const int16_t* const* planes, const Half& h, int n, uint8_t* out) {
     if (n == 1) return HalfHOf<1>(planes, h, out);
     if (n == 2) return HalfHOf<2>(planes, h, out);
