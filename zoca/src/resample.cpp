@@ -140,6 +140,34 @@ HTable MakeTable(const Axis& a, int n, int outs) {
         t.idx.insert(t.idx.end(), idx.begin(), idx.end());
         t.coef.insert(t.coef.end(), coef.begin(), coef.end());
     }
+    // Cycles of at most 12 entries x pairs, which fit in registers beside the sums.
+    auto same = [&](size_t e, size_t f, int step) {
+        if (t.runs[e].blocks != 1 || t.runs[f].blocks != 1 || t.runs[e].gather != t.runs[f].gather)
+            return false;
+        for (int j = 0; j < pairs; ++j)
+            if (t.base[f * pairs + j] - t.base[e * pairs + j] != step) return false;
+        return std::equal(&t.idx[e * pairs * 32], &t.idx[(e + 1) * pairs * 32],
+                          &t.idx[f * pairs * 32]) &&
+               std::equal(&t.coef[e * pairs * 16], &t.coef[(e + 1) * pairs * 16],
+                          &t.coef[f * pairs * 16]);
+    };
+    for (size_t r = 0; r < t.runs.size();) {
+        int taken = 0;
+        for (int k = 2; k <= 4 && pairs * k <= 12 && r + k < t.runs.size() && !taken; ++k) {
+            const int step = t.base[(r + k) * pairs] - t.base[r * pairs];
+            size_t e = r;
+            while (e + k < t.runs.size() && same(e, e + k, step)) ++e;
+            const int reps = static_cast<int>((e + k - r) / k);
+            bool one_kind = true;  // the kernel gathers a whole cycle alike
+            for (int q = 1; q < k && reps >= 2; ++q)
+                one_kind = one_kind && t.runs[r + q].gather == t.runs[r].gather;
+            if (reps >= 2 && one_kind) {
+                t.cycles.push_back({r, k, reps, step});
+                taken = k * reps;
+            }
+        }
+        r += taken > 0 ? taken : 1;
+    }
     t.ok = true;
     return t;
 }

@@ -57,12 +57,19 @@ struct HRun {
     // shuffle's 64 byte indices).
     enum Gather : uint8_t { kPermute, kDirect, kInLane } gather;
 };
+// Single-block entries run .. run + period - 1 whose pattern comes back `reps` times,
+// `step` words further each time (as at 2:3): the AVX-512 pass keeps them in registers.
+struct HCycle {
+    size_t run;
+    int period, reps, step;
+};
 struct HTable {
     bool ok = false;
     std::vector<HRun> runs;
-    std::vector<int32_t> base;  // runs x pairs: bases of the run's first block
-    std::vector<uint16_t> idx;  // runs x pairs x 32
-    std::vector<int32_t> coef;  // runs x pairs x 16, (lo weight, hi weight) per dword
+    std::vector<HCycle> cycles;  // in order of run
+    std::vector<int32_t> base;   // runs x pairs: bases of the run's first block
+    std::vector<uint16_t> idx;   // runs x pairs x 32
+    std::vector<int32_t> coef;   // runs x pairs x 16, (lo weight, hi weight) per dword
 };
 
 // Row kernels. Vertical: out[i] = sum_k coef[k] * rows[k][i] over `words` words, rounded

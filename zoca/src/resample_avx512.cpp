@@ -483,6 +483,80 @@ void HalfH(const int16_t* const* planes, const Half& h, int n, uint8_t* out) {
     HalfHOf<4>(planes, h, out);
 }
 
+namespace {
+
+template <bool kOut16>
+inline void Store16(__m512i acc, __m128i shift, int o, int words, void* out) {
+    const __m256i w = _mm512_cvtsepi32_epi16(_mm512_sra_epi32(acc, shift));
+    const __mmask16 m = words - o >= 16 ? __mmask16(0xffff) : __mmask16((1u << (words - o)) - 1);
+    if (kOut16) {
+        _mm256_mask_storeu_epi16(static_cast<int16_t*>(out) + o, m, w);
+    } else {
+        const __m128i b = _mm256_cvtusepi16_epi8(_mm256_max_epi16(w, _mm256_setzero_si256()));
+        _mm_mask_storeu_epi8(static_cast<uint8_t*>(out) + o, m, b);
+    }
+}
+
+// A cycle of K single blocks of P pairs: their windows and weights stay in registers.
+template <int P, int K, bool kOut16>
+void Cycle(const int16_t* in, const HTable& t, const HCycle& c, int o, int words, __m512i round,
+           __m128i shift, void* out) {
+    __m512i ix[K][P], cf[K][P];
+    const int16_t* at[K][P];
+    const bool lane = t.runs[c.run].gather == HRun::kInLane;  // alike over the cycle
+    for (int k = 0; k < K; ++k) {
+        for (int p = 0; p < P; ++p) {
+            const size_t e = (c.run + k) * P + p;
+            ix[k][p] = _mm512_loadu_si512(&t.idx[e * 32]);
+            cf[k][p] = _mm512_loadu_si512(&t.coef[e * 16]);
+            at[k][p] = in + t.base[e];
+        }
+    }
+    for (int rep = 0; rep < c.reps; ++rep) {
+        const ptrdiff_t off = static_cast<ptrdiff_t>(rep) * c.step;
+        for (int k = 0; k < K; ++k, o += 16) {
+            __m512i acc = round;
+            for (int p = 0; p < P; ++p) {
+                const int16_t* from = at[k][p] + off;
+                const __m512i a = _mm512_loadu_si512(from);
+                const __m512i v =
+                    lane ? _mm512_shuffle_epi8(a, ix[k][p])
+                         : _mm512_permutex2var_epi16(a, ix[k][p], _mm512_loadu_si512(from + 32));
+                acc = _mm512_dpwssd_epi32(acc, v, cf[k][p]);
+            }
+            Store16<kOut16>(acc, shift, o, words, out);
+        }
+    }
+}
+
+using CycleFn = void (*)(const int16_t*, const HTable&, const HCycle&, int, int, __m512i, __m128i,
+                         void*);
+
+template <int P, bool kOut16>
+CycleFn CycleOf(int k) {
+    if (k == 2) return Cycle<P, 2, kOut16>;
+    if (k == 3) return Cycle<P, 3, kOut16>;
+    return P * 4 <= 12 ? Cycle<P, (P * 4 <= 12 ? 4 : 3), kOut16> : nullptr;
+}
+
+template <bool kOut16>
+CycleFn CycleFor(int pairs, int k) {
+    switch (pairs) {
+        case 1:
+            return CycleOf<1, kOut16>(k);
+        case 2:
+            return CycleOf<2, kOut16>(k);
+        case 3:
+            return CycleOf<3, kOut16>(k);
+        case 4:
+            return CycleOf<4, kOut16>(k);
+        default:
+            return nullptr;
+    }
+}
+
+}  // namespace
+
 void HRow(const HRowJob& j) {
     const HTable& t = *j.table;
     const int pairs = j.axis->taps / 2;
@@ -494,6 +568,7 @@ void HRow(const HRowJob& j) {
         j.out16 ? RunFor<HRun::kDirect, true>(pairs) : RunFor<HRun::kDirect, false>(pairs),
         j.out16 ? RunFor<HRun::kInLane, true>(pairs) : RunFor<HRun::kInLane, false>(pairs)};
     int o = 0;
+    size_t cycle = 0;  // the next cycle
     for (size_t r = 0; r < t.runs.size();) {
         const HRun& run = t.runs[r];
         if (run.blocks > 1) {
@@ -504,9 +579,21 @@ void HRow(const HRowJob& j) {
             ++r;
             continue;
         }
-        // Single blocks (patterns that repeat only after several blocks, as at 2:3, or
-        // not at all) in one loop, their entries read from the table.
-        for (; r < t.runs.size() && t.runs[r].blocks == 1; ++r, o += 16) {
+        while (cycle < t.cycles.size() && t.cycles[cycle].run < r) ++cycle;
+        if (cycle < t.cycles.size() && t.cycles[cycle].run == r) {
+            const HCycle& c = t.cycles[cycle];
+            const CycleFn fn =
+                j.out16 ? CycleFor<true>(pairs, c.period) : CycleFor<false>(pairs, c.period);
+            if (fn != nullptr) {
+                fn(j.in, t, c, o, words, round, shift, j.out);
+                r += static_cast<size_t>(c.period) * c.reps;
+                o += 16 * c.period * c.reps;
+                continue;
+            }
+        }
+        // A single block (a pattern that repeats only after several blocks, or not at
+        // all), its entries read from the table.
+        {
             __m512i acc = round;
             for (int p = 0; p < pairs; ++p) {
                 const size_t e = r * pairs + p;
@@ -519,16 +606,10 @@ void HRow(const HRowJob& j) {
                         : _mm512_permutex2var_epi16(a, i, _mm512_loadu_si512(at + 32));
                 acc = _mm512_dpwssd_epi32(acc, v, _mm512_loadu_si512(&t.coef[e * 16]));
             }
-            const __m256i w = _mm512_cvtsepi32_epi16(_mm512_sra_epi32(acc, shift));
-            const __mmask16 m =
-                words - o >= 16 ? __mmask16(0xffff) : __mmask16((1u << (words - o)) - 1);
-            if (j.out16) {
-                _mm256_mask_storeu_epi16(static_cast<int16_t*>(j.out) + o, m, w);
-            } else {
-                const __m128i b =
-                    _mm256_cvtusepi16_epi8(_mm256_max_epi16(w, _mm256_setzero_si256()));
-                _mm_mask_storeu_epi8(static_cast<uint8_t*>(j.out) + o, m, b);
-            }
+            j.out16 ? Store16<true>(acc, shift, o, words, j.out)
+                    : Store16<false>(acc, shift, o, words, j.out);
+            ++r;
+            o += 16;
         }
     }
 }
