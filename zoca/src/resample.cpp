@@ -83,7 +83,8 @@ HTable MakeTable(const Axis& a, int n, int outs) {
     const int words = outs * n;
     std::vector<int32_t> base(pairs), coef(pairs * 16);
     std::vector<uint16_t> idx(pairs * 32);
-    std::vector<uint16_t> last_idx;  // the last run's idx before any conversion
+    std::vector<uint16_t> last_idx;  // the last run's idx and bases before any conversion
+    std::vector<int32_t> last_base;
     for (int b = 0; b * 16 < words; ++b) {
         for (int j = 0; j < pairs; ++j) {
             base[j] = 1 << 30;
@@ -112,7 +113,7 @@ HTable MakeTable(const Axis& a, int n, int outs) {
             bool same = idx == last_idx &&
                         std::equal(coef.begin(), coef.end(), t.coef.begin() + e * pairs * 16);
             for (int j = 0; j < pairs && same; ++j)
-                same = base[j] == t.base[e * pairs + j] + r.blocks * step;
+                same = base[j] == last_base[j] + r.blocks * step;
             if (same) {
                 r.step = step;
                 ++r.blocks;
@@ -120,12 +121,24 @@ HTable MakeTable(const Axis& a, int n, int outs) {
             }
         }
         last_idx = idx;
-        bool direct = true, in_lane = true;
+        last_base = base;
+        bool direct = true, in_lane = true, shared = true;
         for (int i = 0; i < pairs * 32; ++i) {
             direct = direct && idx[i] == i % 32;
             in_lane = in_lane && idx[i] / 8 == i % 32 / 8;
+            shared = shared && idx[i] + base[i / 32] - base[0] < 64;
         }
-        t.runs.push_back({1, 0, direct ? HRun::kDirect : in_lane ? HRun::kInLane : HRun::kPermute});
+        // Loads across cache lines cost twice: one window for every pair where it fits.
+        if (!direct && !in_lane && shared) {
+            for (int i = 0; i < pairs * 32; ++i)
+                idx[i] = static_cast<uint16_t>(idx[i] + base[i / 32] - base[0]);
+            std::fill(base.begin(), base.end(), base[0]);
+        }
+        t.runs.push_back({1, 0,
+                          direct    ? HRun::kDirect
+                          : in_lane ? HRun::kInLane
+                          : shared  ? HRun::kShared
+                                    : HRun::kPermute});
         if (!direct && in_lane) {
             for (int j = 0; j < pairs; ++j) {
                 uint8_t bytes[64];

@@ -53,9 +53,10 @@ struct HRun {
     int blocks;  // consecutive blocks served by this entry
     int step;    // words between the bases of two blocks of the run
     // How a step gathers its pairs: word permute over two vectors, as they lie (every
-    // idx is 0, 1, 2, ...), or a byte shuffle within 128-bit lanes (idx then holds the
-    // shuffle's 64 byte indices).
-    enum Gather : uint8_t { kPermute, kDirect, kInLane } gather;
+    // idx is 0, 1, 2, ...), a byte shuffle within 128-bit lanes (idx then holds the
+    // shuffle's 64 byte indices), or word permutes all over the same two vectors (every
+    // pair's base is the first's).
+    enum Gather : uint8_t { kPermute, kDirect, kInLane, kShared } gather;
 };
 // Single-block entries run .. run + period - 1 whose pattern comes back `reps` times,
 // `step` words further each time (as at 2:3): the AVX-512 pass keeps them in registers.

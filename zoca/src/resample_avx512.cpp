@@ -241,9 +241,27 @@ void Run(const int16_t* in, const int32_t* base, const uint16_t* idx, const int3
         __m512i a0 = round, a1 = round;
         const ptrdiff_t off = static_cast<ptrdiff_t>(b) * step;
         const bool two = b + 1 < blocks;
-        for (int p = 0; p < n; ++p) {
-            a0 = _mm512_dpwssd_epi32(a0, gather(p, off), weights(p));
-            if (two) a1 = _mm512_dpwssd_epi32(a1, gather(p, off + step), weights(p));
+        if (kGather == HRun::kShared) {
+            // One window (two vectors) a block serves every pair.
+            const int16_t* from = in + base[0] + off;
+            const __m512i lo0 = _mm512_loadu_si512(from), hi0 = _mm512_loadu_si512(from + 32);
+            __m512i lo1 = lo0, hi1 = hi0;
+            if (two) {
+                lo1 = _mm512_loadu_si512(from + step);
+                hi1 = _mm512_loadu_si512(from + step + 32);
+            }
+            for (int p = 0; p < n; ++p) {
+                const __m512i i = P > 0 ? ix[p] : _mm512_loadu_si512(idx + 32 * p);
+                a0 = _mm512_dpwssd_epi32(a0, _mm512_permutex2var_epi16(lo0, i, hi0), weights(p));
+                if (two)
+                    a1 =
+                        _mm512_dpwssd_epi32(a1, _mm512_permutex2var_epi16(lo1, i, hi1), weights(p));
+            }
+        } else {
+            for (int p = 0; p < n; ++p) {
+                a0 = _mm512_dpwssd_epi32(a0, gather(p, off), weights(p));
+                if (two) a1 = _mm512_dpwssd_epi32(a1, gather(p, off + step), weights(p));
+            }
         }
         const int left = std::min(words - o, two ? 32 : 16);
         const __mmask32 m = left >= 32 ? ~__mmask32{0} : (__mmask32{1} << left) - 1;
@@ -563,10 +581,11 @@ void HRow(const HRowJob& j) {
     const int words = j.outs * j.n;
     const __m512i round = _mm512_set1_epi32(1 << (j.shift - 1));
     const __m128i shift = _mm_cvtsi32_si128(j.shift);
-    const RunFn fns[3] = {
+    const RunFn fns[4] = {
         j.out16 ? RunFor<HRun::kPermute, true>(pairs) : RunFor<HRun::kPermute, false>(pairs),
         j.out16 ? RunFor<HRun::kDirect, true>(pairs) : RunFor<HRun::kDirect, false>(pairs),
-        j.out16 ? RunFor<HRun::kInLane, true>(pairs) : RunFor<HRun::kInLane, false>(pairs)};
+        j.out16 ? RunFor<HRun::kInLane, true>(pairs) : RunFor<HRun::kInLane, false>(pairs),
+        j.out16 ? RunFor<HRun::kShared, true>(pairs) : RunFor<HRun::kShared, false>(pairs)};
     int o = 0;
     size_t cycle = 0;  // the next cycle
     for (size_t r = 0; r < t.runs.size();) {
