@@ -139,7 +139,8 @@ void ExpectResampled(TestImage& src, TestImage& dst, int tol) {
 
 // Every kernel build (plain, AVX2, AVX-512) gives the same bytes, at odd widths and
 // partial vectors, and writes nothing past a row; the wide cases reach the vector paths
-// (2:1 and 3:2 tap patterns, enlarging through the ring of rows, one-axis passes).
+// (2:1 and 3:2 tap patterns, enlarging through the ring of rows, one-axis passes), and
+// the exact 2:1 shrinks their own path, with its edges and one-row interiors.
 TEST(Resize, MatchesTheFilterAtEveryRatio) {
     struct Case {
         int fmt, sw, sh, dw, dh, pad;
@@ -154,6 +155,8 @@ TEST(Resize, MatchesTheFilterAtEveryRatio) {
         {ZOCA_CF_NV12, 502, 86, 251, 43, 5}, {ZOCA_CF_RGBA, 301, 63, 201, 42, 3},
         {ZOCA_CF_RGBA, 130, 21, 390, 61, 1}, {ZOCA_CF_BGR, 333, 9, 111, 9, 2},
         {ZOCA_CF_ARGB, 77, 90, 77, 31, 3},   {ZOCA_CF_I420, 270, 31, 180, 93, 1},
+        {ZOCA_CF_RGBA, 266, 70, 133, 35, 2}, {ZOCA_CF_I420, 390, 26, 195, 13, 1},
+        {ZOCA_CF_NV21, 154, 40, 77, 20, 3},  {ZOCA_CF_BGRA, 24, 24, 12, 12, 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(FormatName(c.fmt) + " " + std::to_string(c.sw) + "x" + std::to_string(c.sh) +

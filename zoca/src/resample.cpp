@@ -83,7 +83,8 @@ HTable MakeTable(const Axis& a, int n, int outs) {
     const int words = outs * n;
     std::vector<int32_t> base(pairs), coef(pairs * 16);
     std::vector<uint16_t> idx(pairs * 32);
-    std::vector<uint16_t> last_idx;  // the last run's idx before any conversion
+    std::vector<uint16_t> last_idx;  // the last run's idx and bases before any conversion
+    std::vector<int32_t> last_base;
     for (int b = 0; b * 16 < words; ++b) {
         for (int j = 0; j < pairs; ++j) {
             base[j] = 1 << 30;
@@ -112,7 +113,7 @@ HTable MakeTable(const Axis& a, int n, int outs) {
             bool same = idx == last_idx &&
                         std::equal(coef.begin(), coef.end(), t.coef.begin() + e * pairs * 16);
             for (int j = 0; j < pairs && same; ++j)
-                same = base[j] == t.base[e * pairs + j] + r.blocks * step;
+                same = base[j] == last_base[j] + r.blocks * step;
             if (same) {
                 r.step = step;
                 ++r.blocks;
@@ -120,12 +121,24 @@ HTable MakeTable(const Axis& a, int n, int outs) {
             }
         }
         last_idx = idx;
-        bool direct = true, in_lane = true;
+        last_base = base;
+        bool direct = true, in_lane = true, shared = true;
         for (int i = 0; i < pairs * 32; ++i) {
             direct = direct && idx[i] == i % 32;
             in_lane = in_lane && idx[i] / 8 == i % 32 / 8;
+            shared = shared && idx[i] + base[i / 32] - base[0] < 64;
         }
-        t.runs.push_back({1, 0, direct ? HRun::kDirect : in_lane ? HRun::kInLane : HRun::kPermute});
+        // Loads across cache lines cost twice: one window for every pair where it fits.
+        if (!direct && !in_lane && shared) {
+            for (int i = 0; i < pairs * 32; ++i)
+                idx[i] = static_cast<uint16_t>(idx[i] + base[i / 32] - base[0]);
+            std::fill(base.begin(), base.end(), base[0]);
+        }
+        t.runs.push_back({1, 0,
+                          direct    ? HRun::kDirect
+                          : in_lane ? HRun::kInLane
+                          : shared  ? HRun::kShared
+                                    : HRun::kPermute});
         if (!direct && in_lane) {
             for (int j = 0; j < pairs; ++j) {
                 uint8_t bytes[64];
@@ -139,6 +152,34 @@ HTable MakeTable(const Axis& a, int n, int outs) {
         t.base.insert(t.base.end(), base.begin(), base.end());
         t.idx.insert(t.idx.end(), idx.begin(), idx.end());
         t.coef.insert(t.coef.end(), coef.begin(), coef.end());
+    }
+    // Cycles of at most 12 entries x pairs, which fit in registers beside the sums.
+    auto same = [&](size_t e, size_t f, int step) {
+        if (t.runs[e].blocks != 1 || t.runs[f].blocks != 1 || t.runs[e].gather != t.runs[f].gather)
+            return false;
+        for (int j = 0; j < pairs; ++j)
+            if (t.base[f * pairs + j] - t.base[e * pairs + j] != step) return false;
+        return std::equal(&t.idx[e * pairs * 32], &t.idx[(e + 1) * pairs * 32],
+                          &t.idx[f * pairs * 32]) &&
+               std::equal(&t.coef[e * pairs * 16], &t.coef[(e + 1) * pairs * 16],
+                          &t.coef[f * pairs * 16]);
+    };
+    for (size_t r = 0; r < t.runs.size();) {
+        int taken = 0;
+        for (int k = 2; k <= 4 && pairs * k <= 12 && r + k < t.runs.size() && !taken; ++k) {
+            const int step = t.base[(r + k) * pairs] - t.base[r * pairs];
+            size_t e = r;
+            while (e + k < t.runs.size() && same(e, e + k, step)) ++e;
+            const int reps = static_cast<int>((e + k - r) / k);
+            bool one_kind = true;  // the kernel gathers a whole cycle alike
+            for (int q = 1; q < k && reps >= 2; ++q)
+                one_kind = one_kind && t.runs[r + q].gather == t.runs[r].gather;
+            if (reps >= 2 && one_kind) {
+                t.cycles.push_back({r, k, reps, step});
+                taken = k * reps;
+            }
+        }
+        r += taken > 0 ? taken : 1;
     }
     t.ok = true;
     return t;
@@ -160,6 +201,7 @@ struct Plan {
     Axis h, v;
     HTable table;
     bool vertical_first;
+    Half half_h, half_v;  // both ok: exact 2:1 in both axes
 };
 
 std::shared_ptr<const Plan> MakePlan(const Key& k) {
@@ -176,6 +218,10 @@ std::shared_ptr<const Plan> MakePlan(const Key& k) {
     // On a tie (both axes scaled alike) shrinking goes vertical first, where byte rows
     // are paired cheaply; enlarging horizontal first, which measured faster.
     p->vertical_first = v_first < h_first || (v_first == h_first && k.dh <= k.sh);
+    if (p->vertical_first && (k.n == 1 || k.n == 2 || k.n == 4)) {
+        p->half_h = FindHalf(p->h, k.sw);
+        p->half_v = FindHalf(p->v, k.sh);
+    }
     return p;
 }
 
@@ -215,7 +261,74 @@ void Widen(const uint8_t* in, int words, int16_t* out, Simd simd) {
     for (int i = 0; i < words; ++i) out[i] = in[i];
 }
 
+// Exact 2:1 in both axes (AVX-512): the vertical pass goes into planar rows, where
+// the horizontal pass finds every tap pair in order. Edge rows and columns take the
+// general kernels; all compute the same sums.
+int ResampleHalves(const Plan& plan, const Channels& src, int sh, const Channels& dst, int dh) {
+    const int n = src.n;
+    const int sw = plan.key.sw, dw = plan.key.dw;
+    const Axis& H = plan.h;
+    const Axis& V = plan.v;
+    const size_t plane_words = (static_cast<size_t>(sw) + 256 + 32 + 31) & ~size_t{31};
+    // The horizontal kernel's windows start on 64-byte lines.
+    const int lead = (32 - (2 * plan.half_h.lo + plan.half_h.off) % 32) % 32;
+    const size_t row_words = (static_cast<size_t>(sw) * n + 64 + 31) & ~size_t{31};
+    std::unique_ptr<void, FreeDeleter> mem(
+        std::aligned_alloc(64, 2 * (n * plane_words + row_words)));
+    if (!mem) return ZOCA_ERR_DESTINATION;
+    std::memset(mem.get(), 0, 2 * (n * plane_words + row_words));
+    int16_t* tmp = static_cast<int16_t*>(mem.get());
+    int16_t* planes[4];
+    for (int c = 0; c < n; ++c) planes[c] = tmp + row_words + c * plane_words + lead;
+    const void* rows[12];
+    VRowJob vj{rows, nullptr, V.taps, sw * n, false, true, kCoefBits - kMidBits, tmp};
+    for (int y = 0; y < dh; ++y) {
+        auto src_row = [&](int r) { return src.base + static_cast<ptrdiff_t>(r) * src.stride; };
+        if (y >= plan.half_v.lo && y < plan.half_v.hi) {
+            // The next output row's two new rows stream in while this one is filtered.
+            const uint8_t* in[14];
+            const int first = 2 * y + plan.half_v.off;
+            for (int k = 0; k < 14; ++k) in[k] = src_row(std::min(first + k, sh - 1));
+            resample::avx512::HalfV(in, plan.half_v, sw * n, n, planes, in + 12);
+        } else {
+            vj.coef = &V.coef[static_cast<size_t>(y) * V.taps];
+            for (int k = 0; k < V.taps; ++k) rows[k] = src_row(std::min(V.start[y] + k, sh - 1));
+            VRow(vj, Simd::Avx512);
+            for (int x = 0; x < sw; ++x)
+                for (int c = 0; c < n; ++c) planes[c][x] = tmp[x * n + c];
+        }
+        uint8_t* out = dst.base + static_cast<ptrdiff_t>(y) * dst.stride;
+        resample::avx512::HalfH(planes, plan.half_h, n, out);
+        resample::avx512::HalfEdges(planes, H, n, 0, plan.half_h.lo, out);
+        resample::avx512::HalfEdges(planes, H, n, plan.half_h.hi, dw, out);
+    }
+    return ZOCA_OK;
+}
+
 }  // namespace
+
+Half FindHalf(const Axis& a, int in) {
+    Half h;
+    const int out = static_cast<int>(a.start.size());
+    if (a.taps != 12 || out == 0 || a.identity) return h;
+    const int mid = out / 2;
+    h.off = a.start[mid] - 2 * mid;
+    std::copy_n(&a.coef[static_cast<size_t>(mid) * 12], 12, h.k);
+    for (int k = 0; k < 6; ++k)
+        if (h.k[k] != h.k[11 - k]) return h;
+    auto interior = [&](int j) {
+        const int s = 2 * j + h.off;
+        return a.start[j] == s && s >= 0 && s + 12 <= in &&
+               std::equal(h.k, h.k + 12, &a.coef[static_cast<size_t>(j) * 12]);
+    };
+    if (!interior(mid)) return h;
+    h.lo = mid;
+    h.hi = mid + 1;
+    while (h.lo > 0 && interior(h.lo - 1)) --h.lo;
+    while (h.hi < out && interior(h.hi)) ++h.hi;
+    h.ok = true;
+    return h;
+}
 
 bool Supported(Simd s) {
     switch (s) {
@@ -245,6 +358,10 @@ bool resample::avx2::Available() {
 bool resample::avx512::Available() {
     return false;
 }
+void resample::avx512::HalfV(const uint8_t* const*, const Half&, int, int, int16_t* const*,
+                             const uint8_t* const*) {}
+void resample::avx512::HalfH(const int16_t* const*, const Half&, int, uint8_t*) {}
+void resample::avx512::HalfEdges(const int16_t* const*, const Axis&, int, int, int, uint8_t*) {}
 #endif
 
 void VRow(const VRowJob& j, Simd s) {
@@ -404,6 +521,8 @@ int Resample(const Channels& src, int sw, int sh, double left, double top, doubl
             hj.out = dst_row(y);
             HRow(hj, simd);
         }
+    } else if (simd == Simd::Avx512 && plan->half_h.ok && plan->half_v.ok) {
+        return ResampleHalves(*plan, src, sh, dst, dh);
     } else if (plan->vertical_first) {
         vj.words = sw * n;
         vj.out16 = true;

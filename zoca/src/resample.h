@@ -53,16 +53,24 @@ struct HRun {
     int blocks;  // consecutive blocks served by this entry
     int step;    // words between the bases of two blocks of the run
     // How a step gathers its pairs: word permute over two vectors, as they lie (every
-    // idx is 0, 1, 2, ...), or a byte shuffle within 128-bit lanes (idx then holds the
-    // shuffle's 64 byte indices).
-    enum Gather : uint8_t { kPermute, kDirect, kInLane } gather;
+    // idx is 0, 1, 2, ...), a byte shuffle within 128-bit lanes (idx then holds the
+    // shuffle's 64 byte indices), or word permutes all over the same two vectors (every
+    // pair's base is the first's).
+    enum Gather : uint8_t { kPermute, kDirect, kInLane, kShared } gather;
+};
+// Single-block entries run .. run + period - 1 whose pattern comes back `reps` times,
+// `step` words further each time (as at 2:3): the AVX-512 pass keeps them in registers.
+struct HCycle {
+    size_t run;
+    int period, reps, step;
 };
 struct HTable {
     bool ok = false;
     std::vector<HRun> runs;
-    std::vector<int32_t> base;  // runs x pairs: bases of the run's first block
-    std::vector<uint16_t> idx;  // runs x pairs x 32
-    std::vector<int32_t> coef;  // runs x pairs x 16, (lo weight, hi weight) per dword
+    std::vector<HCycle> cycles;  // in order of run
+    std::vector<int32_t> base;   // runs x pairs: bases of the run's first block
+    std::vector<uint16_t> idx;   // runs x pairs x 32
+    std::vector<int32_t> coef;   // runs x pairs x 16, (lo weight, hi weight) per dword
 };
 
 // Row kernels. Vertical: out[i] = sum_k coef[k] * rows[k][i] over `words` words, rounded
@@ -96,6 +104,16 @@ struct HRowJob {
 void VRow(const VRowJob& j, Simd s);
 void HRow(const HRowJob& j, Simd s);
 
+// An exact 2:1 axis: outputs lo .. hi - 1 read inputs 2 j + off .. 2 j + off + 11 with
+// one symmetric 12-tap kernel k; the outputs outside (the edges, where taps mirror back
+// in) take their own weights from the Axis.
+struct Half {
+    bool ok = false;
+    int lo = 0, hi = 0, off = 0;
+    int16_t k[12] = {};
+};
+Half FindHalf(const Axis& a, int in);
+
 // Kernels of each build, named apart from the other kernels of the library.
 namespace resample {
 namespace plain {
@@ -112,6 +130,17 @@ bool Available();
 void VRow(const VRowJob& j);
 void HRow(const HRowJob& j);
 void Widen(const uint8_t* in, int words, int16_t* out);  // bytes to int16
+// 2:1 with n = 1, 2 or 4 interleaved channels, as VRow and HRow compute it, through
+// planar int16 rows (one plane per channel, readable and writable 256 words past
+// their end). HalfV: 12 byte rows, `bytes` wide, to the planes (kCoefBits - kMidBits
+// fraction bits dropped; the two rows of `next`, if any, are fetched into cache on the
+// way). HalfH: outputs lo .. hi - 1 from the planes, to bytes; word 2 lo + off of each
+// plane starts a 64-byte line.
+void HalfV(const uint8_t* const* rows, const Half& v, int bytes, int n, int16_t* const* planes,
+           const uint8_t* const* next);
+void HalfH(const int16_t* const* planes, const Half& h, int n, uint8_t* out);
+// The outputs from .. to - 1 of a (of at most 16 taps) from the planes, to bytes.
+void HalfEdges(const int16_t* const* planes, const Axis& a, int n, int from, int to, uint8_t* out);
 }  // namespace avx512
 }  // namespace resample
 
