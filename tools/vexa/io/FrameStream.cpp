@@ -477,7 +477,8 @@ bool FrameReader::next(Image& frame) {
     frame.width = s.width;
     frame.height = s.height;
     frame.colorFormat = s.colorFormat;
-    frame.data.resize(imageByteSize(s.colorFormat, s.width, s.height));
+    detail::allocatePicture(frame.data, imageByteSize(s.colorFormat, s.width, s.height), s.width,
+                            s.height);
     s.readBody(frame.data.data());
     ++s.index;
     return true;

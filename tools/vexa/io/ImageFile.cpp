@@ -41,6 +41,17 @@ void checkDimensions(long long width, long long height, int colorFormat) {
     }
 }
 
+void allocatePicture(std::vector<uint8_t>& data, size_t bytes, long long width, long long height) {
+    try {
+        data.resize(bytes);
+    } catch (const std::bad_alloc&) {
+        char mib[32];
+        std::snprintf(mib, sizeof(mib), "%.1f MiB", static_cast<double>(bytes) / (1 << 20));
+        fail("not enough memory for a " + std::to_string(width) + "x" + std::to_string(height) +
+             " picture (" + mib + ")");
+    }
+}
+
 void checkPayload(std::FILE* f, size_t decodedBytes, size_t maxRatio) {
     // A decoder may already hold this much of the file in its own buffer.
     constexpr long long kBuffered = 1 << 16;

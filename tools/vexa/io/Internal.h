@@ -28,6 +28,10 @@ void checkDimensions(long long width, long long height, int colorFormat);
 // gigabytes for a small file. Pipes are not checked.
 void checkPayload(std::FILE* f, size_t decodedBytes, size_t maxRatio);
 
+// Sizes `data` to hold a width x height picture of `bytes`, or throws saying how much it
+// could not get.
+void allocatePicture(std::vector<uint8_t>& data, size_t bytes, long long width, long long height);
+
 // Reads exactly n bytes or throws "truncated".
 void readExact(std::FILE* f, void* dst, size_t n);
 void writeExact(std::FILE* f, const void* src, size_t n);

@@ -129,7 +129,7 @@ bool decode(Reader& r, std::FILE* f, Image& out, bool autoOrient, int minWidth, 
     out.width = static_cast<int>(r.cinfo.output_width);
     out.height = static_cast<int>(r.cinfo.output_height);
     out.colorFormat = kRgb;
-    out.data.resize(rowBytes * r.cinfo.output_height);
+    allocatePicture(out.data, rowBytes * r.cinfo.output_height, out.width, out.height);
     // A whole row group per call: the decoder writes straight into the picture.
     while (r.cinfo.output_scanline < r.cinfo.output_height) {
         JSAMPROW rows[16];

@@ -161,7 +161,7 @@ bool decode(Reader& r, std::FILE* f, Image& out, std::vector<uint8_t>& deep) {
     out.height = static_cast<int>(height);
     out.colorFormat = format;
     out.sourceBits = sixteen ? 16 : 8;
-    out.data.resize(rowBytes * height);
+    allocatePicture(out.data, rowBytes * height, width, height);
     // Interlaced passes fill each row in several visits, so deep ones keep every row.
     if (sixteen) deep.resize(rowBytes * 2 * (passes > 1 ? height : 1));
     for (int pass = 0; pass < passes; ++pass) {
