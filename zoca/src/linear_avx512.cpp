@@ -108,7 +108,13 @@ struct Out {
 
     explicit Out(const GamutParams& p) : power(p.enc.power, kSrgb ? 255.0f * 1.055f : 255.0f) {
         for (int i = 0; i < 9; ++i) m[i] = _mm512_set1_ps(p.m[i]);
-        for (int i = 0; i < 3; ++i) lum[i] = _mm512_set1_ps(p.lum[i]);
+        // The luminance is taken from the source values, so that it runs beside the matrix
+        // rather than after it.
+        for (int j = 0; j < 3; ++j) {
+            double y = 0;
+            for (int i = 0; i < 3; ++i) y += static_cast<double>(p.lum[i]) * p.m[3 * i + j];
+            lum[j] = _mm512_set1_ps(static_cast<float>(y));
+        }
     }
 
     // Anything darker than 2^-31 encodes to 0 on both curves. Nothing reaches 2 (the
@@ -130,7 +136,7 @@ struct Out {
     // one straight run of code, which the processor overlaps.
     ZOCA_INLINE void Finish(const __m512 r[4], const __m512 g[4], const __m512 b[4], __m512i* R,
                             __m512i* G, __m512i* B) const {
-        __m512 r2[4], g2[4], b2[4];
+        __m512 r2[4], g2[4], b2[4], l[4];
         __mmask16 out[4];
 #pragma GCC unroll 4
         for (int q = 0; q < 4; ++q) {
@@ -140,11 +146,15 @@ struct Out {
                 _mm512_fmadd_ps(m[5], b[q], _mm512_fmadd_ps(m[4], g[q], _mm512_mul_ps(m[3], r[q])));
             b2[q] =
                 _mm512_fmadd_ps(m[8], b[q], _mm512_fmadd_ps(m[7], g[q], _mm512_mul_ps(m[6], r[q])));
-            if (kMap) out[q] = Outside(r2[q], g2[q], b2[q]);
+            if (kMap) {
+                out[q] = Outside(r2[q], g2[q], b2[q]);
+                l[q] = _mm512_fmadd_ps(lum[2], b[q],
+                                       _mm512_fmadd_ps(lum[1], g[q], _mm512_mul_ps(lum[0], r[q])));
+            }
         }
         if (kMap && (out[0] | out[1] | out[2] | out[3]) != 0) {
 #pragma GCC unroll 4
-            for (int q = 0; q < 4; ++q) Map(out[q], &r2[q], &g2[q], &b2[q]);
+            for (int q = 0; q < 4; ++q) Map(out[q], l[q], &r2[q], &g2[q], &b2[q]);
         }
         __m512i cr[4], cg[4], cb[4];
 #pragma GCC unroll 4
@@ -158,13 +168,11 @@ struct Out {
         *B = Pack64(cb);
     }
 
-    ZOCA_INLINE void Map(__mmask16 outside, __m512* r, __m512* g, __m512* b) const {
+    ZOCA_INLINE void Map(__mmask16 outside, __m512 l, __m512* r, __m512* g, __m512* b) const {
         const __m512 one = _mm512_set1_ps(1.0f);
         const __m512 zero = _mm512_setzero_ps();
         const __m512 hi = _mm512_max_ps(*r, _mm512_max_ps(*g, *b));
         const __m512 lo = _mm512_min_ps(*r, _mm512_min_ps(*g, *b));
-        __m512 l =
-            _mm512_fmadd_ps(lum[2], *b, _mm512_fmadd_ps(lum[1], *g, _mm512_mul_ps(lum[0], *r)));
         l = _mm512_min_ps(_mm512_max_ps(l, zero), one);
         const __m512 tiny = _mm512_set1_ps(1e-6f);
         const __m512 dh = _mm512_max_ps(_mm512_sub_ps(hi, l), tiny);
