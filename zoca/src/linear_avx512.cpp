@@ -90,14 +90,6 @@ struct Power {
 
 constexpr float kDarkest = 0x1p-31f;
 
-// a / b for b > 0 from the reciprocal estimate and one correction of the quotient,
-// within an ulp or two: a 16-lane division takes several times as long as these four.
-ZOCA_INLINE __m512 Divide(__m512 a, __m512 b) {
-    const __m512 r = _mm512_rcp14_ps(b);
-    const __m512 q = _mm512_mul_ps(a, r);
-    return _mm512_fmadd_ps(_mm512_fnmadd_ps(b, q, a), r, q);
-}
-
 // Whether any lane of r, g, b lies outside [0, 1]: as integers, the floats in [+0, 1]
 // are exactly those at or below the bits of 1.0 (negatives have the top bit set).
 ZOCA_INLINE __mmask16 Outside(__m512 r, __m512 g, __m512 b) {
@@ -116,7 +108,13 @@ struct Out {
 
     explicit Out(const GamutParams& p) : power(p.enc.power, kSrgb ? 255.0f * 1.055f : 255.0f) {
         for (int i = 0; i < 9; ++i) m[i] = _mm512_set1_ps(p.m[i]);
-        for (int i = 0; i < 3; ++i) lum[i] = _mm512_set1_ps(p.lum[i]);
+        // The luminance is taken from the source values, so that it runs beside the matrix
+        // rather than after it.
+        for (int j = 0; j < 3; ++j) {
+            double y = 0;
+            for (int i = 0; i < 3; ++i) y += static_cast<double>(p.lum[i]) * p.m[3 * i + j];
+            lum[j] = _mm512_set1_ps(static_cast<float>(y));
+        }
     }
 
     // Anything darker than 2^-31 encodes to 0 on both curves. Nothing reaches 2 (the
@@ -138,7 +136,7 @@ struct Out {
     // one straight run of code, which the processor overlaps.
     ZOCA_INLINE void Finish(const __m512 r[4], const __m512 g[4], const __m512 b[4], __m512i* R,
                             __m512i* G, __m512i* B) const {
-        __m512 r2[4], g2[4], b2[4];
+        __m512 r2[4], g2[4], b2[4], l[4];
         __mmask16 out[4];
 #pragma GCC unroll 4
         for (int q = 0; q < 4; ++q) {
@@ -148,11 +146,15 @@ struct Out {
                 _mm512_fmadd_ps(m[5], b[q], _mm512_fmadd_ps(m[4], g[q], _mm512_mul_ps(m[3], r[q])));
             b2[q] =
                 _mm512_fmadd_ps(m[8], b[q], _mm512_fmadd_ps(m[7], g[q], _mm512_mul_ps(m[6], r[q])));
-            if (kMap) out[q] = Outside(r2[q], g2[q], b2[q]);
+            if (kMap) {
+                out[q] = Outside(r2[q], g2[q], b2[q]);
+                l[q] = _mm512_fmadd_ps(lum[2], b[q],
+                                       _mm512_fmadd_ps(lum[1], g[q], _mm512_mul_ps(lum[0], r[q])));
+            }
         }
         if (kMap && (out[0] | out[1] | out[2] | out[3]) != 0) {
 #pragma GCC unroll 4
-            for (int q = 0; q < 4; ++q) Map(out[q], &r2[q], &g2[q], &b2[q]);
+            for (int q = 0; q < 4; ++q) Map(out[q], l[q], &r2[q], &g2[q], &b2[q]);
         }
         __m512i cr[4], cg[4], cb[4];
 #pragma GCC unroll 4
@@ -166,27 +168,25 @@ struct Out {
         *B = Pack64(cb);
     }
 
-    ZOCA_INLINE void Map(__mmask16 outside, __m512* r, __m512* g, __m512* b) const {
+    ZOCA_INLINE void Map(__mmask16 outside, __m512 l, __m512* r, __m512* g, __m512* b) const {
         const __m512 one = _mm512_set1_ps(1.0f);
         const __m512 zero = _mm512_setzero_ps();
         const __m512 hi = _mm512_max_ps(*r, _mm512_max_ps(*g, *b));
         const __m512 lo = _mm512_min_ps(*r, _mm512_min_ps(*g, *b));
-        __m512 l =
-            _mm512_fmadd_ps(lum[2], *b, _mm512_fmadd_ps(lum[1], *g, _mm512_mul_ps(lum[0], *r)));
         l = _mm512_min_ps(_mm512_max_ps(l, zero), one);
         const __m512 tiny = _mm512_set1_ps(1e-6f);
         const __m512 dh = _mm512_max_ps(_mm512_sub_ps(hi, l), tiny);
         const __m512 dl = _mm512_max_ps(_mm512_sub_ps(l, lo), tiny);
-        const __m512 num =
-            _mm512_min_ps(_mm512_mul_ps(_mm512_sub_ps(one, l), dl), _mm512_mul_ps(l, dh));
-        const __m512 den = _mm512_mul_ps(dh, dl);
-        // c + s (c - l) with s = min(t, 1) - 1 moves each outside colour to t on its way
-        // to l. The channel that sets t lands on 0 or 1: a bare estimate's error there
-        // would show as several codes in the dark, so Divide refines it.
-        const __m512 s = _mm512_min_ps(zero, Divide(_mm512_sub_ps(num, den), den));
-        *r = _mm512_mask3_fmadd_ps(s, _mm512_sub_ps(*r, l), *r, outside);
-        *g = _mm512_mask3_fmadd_ps(s, _mm512_sub_ps(*g, l), *g, outside);
-        *b = _mm512_mask3_fmadd_ps(s, _mm512_sub_ps(*b, l), *b, outside);
+        // t c + (1 - t) l with t = min(1, (1 - l) / dh, l / dl) moves each outside colour to
+        // t on its way to l. The channel that sets t lands on 0 or 1, where a reciprocal
+        // estimate's error would show as several codes in the dark. Two divisions side by
+        // side make a shorter chain than one over a common denominator.
+        const __m512 t = _mm512_min_ps(
+            _mm512_min_ps(_mm512_div_ps(_mm512_sub_ps(one, l), dh), _mm512_div_ps(l, dl)), one);
+        const __m512 rest = _mm512_fnmadd_ps(t, l, l);
+        *r = _mm512_mask_fmadd_ps(*r, outside, t, rest);
+        *g = _mm512_mask_fmadd_ps(*g, outside, t, rest);
+        *b = _mm512_mask_fmadd_ps(*b, outside, t, rest);
     }
 };
 
