@@ -191,13 +191,18 @@ struct Power {
     float q0, q1, q2, q3, q4;  // k 2^f ~ q0 + q1 f + ... + q4 f^4 for |f| <= 1/2
     Power(const PowerCurve& pc, float k)
         : g(pc.g), g127(-127.0f * pc.g), c0(pc.c[0]), c1(pc.c[1]), c2(pc.c[2]), c3(pc.c[3]) {
-        double q[5];
-        ChebyshevFit([k](double f) { return k * std::exp2(f); }, 0.0, 0.5, 5, q);
-        q0 = static_cast<float>(q[0]);
-        q1 = static_cast<float>(q[1]);
-        q2 = static_cast<float>(q[2]);
-        q3 = static_cast<float>(q[3]);
-        q4 = static_cast<float>(q[4]);
+        // Fitted once: the rows build their Power on every call.
+        static const struct Exp2 {
+            double q[5];
+            Exp2() {
+                ChebyshevFit([](double f) { return std::exp2(f); }, 0.0, 0.5, 5, q);
+            }
+        } fit;
+        q0 = static_cast<float>(k * fit.q[0]);
+        q1 = static_cast<float>(k * fit.q[1]);
+        q2 = static_cast<float>(k * fit.q[2]);
+        q3 = static_cast<float>(k * fit.q[3]);
+        q4 = static_cast<float>(k * fit.q[4]);
     }
 };
 
