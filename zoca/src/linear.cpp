@@ -349,41 +349,44 @@ ZOCA_CLONES void PqPlain(const float* __restrict nits, const float* __restrict g
     }
 }
 
-// The curve's cubics and the OOTF's power, copied out for the same reason as Power.
+// The curve's lines and the OOTF's power, copied out for the same reason as Power (the
+// lines' reads behind a pointer are not vectorised).
 struct HlgCurve {
-    CurveCubic cubic;
+    RatioLine line;
     Power ootf;
     float scale;
 };
 
-// CurveCubic::RatioAt, written so the loop around it vectorises.
-ZOCA_INLINE float RatioOf(const CurveCubic& cc, float top) {
-    constexpr int kShift = 23 - kCurveSteps;
+// The curve's ratio at top in [2^-8, 1] from its straight lines; the float's bits give
+// the interval and the fraction in it.
+ZOCA_INLINE float LineRatio(const RatioLine& line, float top) {
+    constexpr int kShift = 23 - kLineSteps;
     uint32_t bits;
     std::memcpy(&bits, &top, sizeof(bits));
+    // Clamped although top is: the compiler vectorises table reads only by a bounded index.
     const int32_t pos =
-        static_cast<int32_t>(bits >> kShift) - ((127 - kCurveOctaves) << kCurveSteps);
-    const int32_t i = Min(Max(pos, 0), kCurveSize - 1);
-    const float frac = static_cast<float>(static_cast<int32_t>(bits & ((1u << kShift) - 1))) *
-                       (1.0f / (1 << kShift));
-    const float f = pos > i ? 1.0f : frac;
-    const float out = ((cc.c[3][i] * f + cc.c[2][i]) * f + cc.c[1][i]) * f + cc.c[0][i];
-    const float ratio = out / top;
-    return pos < 0 ? 1.0f : ratio;
+        static_cast<int32_t>(bits >> kShift) - ((127 - kCurveOctaves) << kLineSteps);
+    const int32_t i = Min(Max(pos, 0), kLineSize);
+    const float f = static_cast<float>(static_cast<int32_t>(bits & ((1u << kShift) - 1))) *
+                    (1.0f / (1 << kShift));
+    return line.at[i] + f * line.step[i];
 }
 
 // BT.2100 OOTF (display light = peak * Ys^(gamma-1) * scene light), then the curve on
-// the largest component of display light.
+// the largest component of display light (the identity below 2^-8, where the curve
+// starts: the knee sits far above).
 ZOCA_CLONES void HlgPlain(const HlgCurve& hc, const float* __restrict scene,
                           const uint8_t* __restrict r, const uint8_t* __restrict g,
                           const uint8_t* __restrict b, float* __restrict R, float* __restrict G,
                           float* __restrict B, int n) {
+    constexpr float kLow = 0x1p-8f;
+    static_assert(kCurveOctaves == 8, "kLow is where the lines start");
     for (int x = 0; x < n; ++x) {
         const float sr = scene[r[x]], sg = scene[g[x]], sb = scene[b[x]];
         const float ys = 0.2627f * sr + 0.6780f * sg + 0.0593f * sb;
         const float od = PowerAt(hc.ootf, UnitBits(Max(ys, 0x1p-31f)));
-        const float top = Min(od * Max(sr, Max(sg, sb)), 1.0f);
-        const float k = od * RatioOf(hc.cubic, top) * hc.scale;
+        const float top = Min(Max(od * Max(sr, Max(sg, sb)), kLow), 1.0f);
+        const float k = od * LineRatio(hc.line, top) * hc.scale;
         R[x] = sr * k;
         G[x] = sg * k;
         B[x] = sb * k;
@@ -393,7 +396,7 @@ ZOCA_CLONES void HlgPlain(const HlgCurve& hc, const float* __restrict scene,
 void TonePlain(const ToneParams& p, const Dest& d, int w) {
     Chunk c;
     const Power pw = EncodePower(p.out.enc);
-    const HlgCurve hc{*p.curve, Power(p.ootf_power, 1.0f), p.scale};
+    const HlgCurve hc{*p.line, Power(p.ootf_power, 1.0f), p.scale};
     const Shifts si(d.si);
     for (int x0 = 0; x0 < w; x0 += kChunk) {
         const int n = std::min(kChunk, w - x0);
