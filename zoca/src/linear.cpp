@@ -95,6 +95,29 @@ inline T Min(T a, T b) {
     return a < b ? a : b;
 }
 
+// Clamps x to [0, 1] on its bits: as integers, non-negative floats are in order and
+// negative ones are below 0 (NaN goes to 1 or 0). Two integer operations, where the
+// compiler turns a float clamp into masked copies of the code for 0 and for 1.
+ZOCA_INLINE int32_t UnitBits(float x) {
+    int32_t bits;
+    std::memcpy(&bits, &x, sizeof(bits));
+    return Min(Max(bits, 0), 0x3f800000);
+}
+
+ZOCA_INLINE float FloatOf(int32_t bits) {
+    float f;
+    std::memcpy(&f, &bits, sizeof(f));
+    return f;
+}
+
+// max(x, k) for k > 0 on the bits, for the same reason as UnitBits.
+ZOCA_INLINE float AtLeast(float x, float k) {
+    int32_t xb, kb;
+    std::memcpy(&xb, &x, sizeof(xb));
+    std::memcpy(&kb, &k, sizeof(kb));
+    return FloatOf(Max(xb, kb));
+}
+
 // Into the destination primaries; colours outside [0, 1] move toward their own
 // luminance (kept, clipped to [0, 1]) just far enough to fit. Branch-free so the loop
 // vectorises: inside the gamut the limit works out to t >= 1 and the colour passes.
@@ -110,10 +133,10 @@ ZOCA_CLONES void MapChunk(const GamutParams& p, float* __restrict r, float* __re
         const float b2 = m6 * r[x] + m7 * g[x] + m8 * b[x];
         const float hi = Max(r2, Max(g2, b2));
         const float lo = Min(r2, Min(g2, b2));
-        const float l = Min(Max(wr * r2 + wg * g2 + wb * b2, 0.0f), 1.0f);
+        const float l = FloatOf(UnitBits(wr * r2 + wg * g2 + wb * b2));
         // min((1 - l) / dh, l / dl) with one division: both denominators are positive.
-        const float dh = Max(hi - l, kTiny);
-        const float dl = Max(l - lo, kTiny);
+        const float dh = AtLeast(hi - l, kTiny);
+        const float dl = AtLeast(l - lo, kTiny);
         const float t = Min(1.0f, Min((1.0f - l) * dl, l * dh) / (dh * dl));
         r[x] = l + t * (r2 - l);
         g[x] = l + t * (g2 - l);
@@ -205,20 +228,6 @@ struct Power {
         q4 = static_cast<float>(k * fit.q[4]);
     }
 };
-
-// Clamps x to [0, 1] on its bits: as integers, non-negative floats are in order and
-// negative ones are below 0 (NaN goes to 1 or 0).
-ZOCA_INLINE int32_t UnitBits(float x) {
-    int32_t bits;
-    std::memcpy(&bits, &x, sizeof(bits));
-    return Min(Max(bits, 0), 0x3f800000);
-}
-
-ZOCA_INLINE float FloatOf(int32_t bits) {
-    float f;
-    std::memcpy(&f, &bits, sizeof(f));
-    return f;
-}
 
 // k x^g for the bits of x in [0, 1]. x = 2^e m: m^g from the curve's cubic, 2^(e g) =
 // 2^n 2^f with n the nearest integer (k 2^f within 4e-6 relative there), 2^n added to
