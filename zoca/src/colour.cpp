@@ -236,6 +236,7 @@ struct ToneTables {
     CodeTable scene;
     CurveCubic curve;
     RatioCubic ratio;
+    RatioLine line;
 };
 
 constexpr double kHlgGamma = 1.2;  // BT.2100 system gamma for a 1000-nit display
@@ -301,6 +302,15 @@ ToneTables BuildTone(int mode) {
         t.ratio.c[2][i] = static_cast<float>(3 * (b - a) - 2 * da - db);
         t.ratio.c[3][i] = static_cast<float>(2 * (a - b) + da + db);
     }
+    for (int i = 0; i <= kLineSize; ++i) {
+        const uint32_t bits = static_cast<uint32_t>(((127 - kCurveOctaves) << kLineSteps) + i)
+                              << (23 - kLineSteps);
+        float x;
+        std::memcpy(&x, &bits, sizeof(x));
+        t.line.at[i] = static_cast<float>(RatioAt(mp, x));
+    }
+    for (int i = 0; i < kLineSize; ++i) t.line.step[i] = t.line.at[i + 1] - t.line.at[i];
+    t.line.step[kLineSize] = 0;
     return t;
 }
 
@@ -333,6 +343,7 @@ ToneParams ToneParamsOf(int mode) {
     p.ootf_power = PowerCurve::Of(kHlgGamma - 1.0);
     p.curve = &t.curve;
     p.ratio = &t.ratio;
+    p.line = &t.line;
     p.scale = static_cast<float>(t.params.master / t.params.target);
     p.out = MakeGamut(nullptr, Primaries::BT2020, Primaries::BT709, TablesOf(Transfer::BT1886));
     return p;

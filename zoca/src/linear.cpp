@@ -9,21 +9,20 @@
 
 namespace zoca {
 
-// The polynomial runs in t = m - 1.5, which keeps its coefficients small; it
-// interpolates m^g at the four Chebyshev nodes of [1, 2].
-PowerCurve PowerCurve::Of(double g) {
-    PowerCurve pc{};
-    pc.g = static_cast<float>(g);
-    for (int i = 0; i < 32; ++i) pc.octave[i] = static_cast<float>(std::exp2((i - 31) * g));
-    constexpr int n = 4;
-    double a[n][n + 1];
+namespace {
+
+// The polynomial in t = x - c of degree n - 1 through f at the n Chebyshev nodes of
+// [c - h, c + h], into out[0..n-1] (n <= 8): close to the best uniform fit.
+template <typename F>
+void ChebyshevFit(F f, double c, double h, int n, double* out) {
+    double a[8][9];
     for (int j = 0; j < n; ++j) {
-        const double t = 0.5 * std::cos((2 * j + 1) * M_PI / (2 * n));
+        const double t = h * std::cos((2 * j + 1) * M_PI / (2 * n));
         double p = 1;
         for (int k = 0; k < n; ++k, p *= t) a[j][k] = p;
-        a[j][n] = std::pow(1.5 + t, g);
+        a[j][n] = f(c + t);
     }
-    // Gaussian elimination with partial pivoting on the 4 x 4 Vandermonde system.
+    // Gaussian elimination with partial pivoting on the Vandermonde system.
     for (int col = 0; col < n; ++col) {
         int piv = col;
         for (int r = col + 1; r < n; ++r) {
@@ -32,11 +31,23 @@ PowerCurve PowerCurve::Of(double g) {
         std::swap(a[col], a[piv]);
         for (int r = 0; r < n; ++r) {
             if (r == col) continue;
-            const double f = a[r][col] / a[col][col];
-            for (int k = col; k <= n; ++k) a[r][k] -= f * a[col][k];
+            const double q = a[r][col] / a[col][col];
+            for (int k = col; k <= n; ++k) a[r][k] -= q * a[col][k];
         }
     }
-    for (int k = 0; k < n; ++k) pc.c[k] = static_cast<float>(a[k][n] / a[k][k]);
+    for (int k = 0; k < n; ++k) out[k] = a[k][n] / a[k][k];
+}
+
+}  // namespace
+
+// The polynomial runs in t = m - 1.5, which keeps its coefficients small.
+PowerCurve PowerCurve::Of(double g) {
+    PowerCurve pc{};
+    pc.g = static_cast<float>(g);
+    for (int i = 0; i < 32; ++i) pc.octave[i] = static_cast<float>(std::exp2((i - 31) * g));
+    double c[4];
+    ChebyshevFit([g](double m) { return std::pow(m, g); }, 1.5, 0.5, 4, c);
+    for (int k = 0; k < 4; ++k) pc.c[k] = static_cast<float>(c[k]);
     return pc;
 }
 
@@ -84,6 +95,29 @@ inline T Min(T a, T b) {
     return a < b ? a : b;
 }
 
+// Clamps x to [0, 1] on its bits: as integers, non-negative floats are in order and
+// negative ones are below 0 (NaN goes to 1 or 0). Two integer operations, where the
+// compiler turns a float clamp into masked copies of the code for 0 and for 1.
+ZOCA_INLINE int32_t UnitBits(float x) {
+    int32_t bits;
+    std::memcpy(&bits, &x, sizeof(bits));
+    return Min(Max(bits, 0), 0x3f800000);
+}
+
+ZOCA_INLINE float FloatOf(int32_t bits) {
+    float f;
+    std::memcpy(&f, &bits, sizeof(f));
+    return f;
+}
+
+// max(x, k) for k > 0 on the bits, for the same reason as UnitBits.
+ZOCA_INLINE float AtLeast(float x, float k) {
+    int32_t xb, kb;
+    std::memcpy(&xb, &x, sizeof(xb));
+    std::memcpy(&kb, &k, sizeof(kb));
+    return FloatOf(Max(xb, kb));
+}
+
 // Into the destination primaries; colours outside [0, 1] move toward their own
 // luminance (kept, clipped to [0, 1]) just far enough to fit. Branch-free so the loop
 // vectorises: inside the gamut the limit works out to t >= 1 and the colour passes.
@@ -99,10 +133,10 @@ ZOCA_CLONES void MapChunk(const GamutParams& p, float* __restrict r, float* __re
         const float b2 = m6 * r[x] + m7 * g[x] + m8 * b[x];
         const float hi = Max(r2, Max(g2, b2));
         const float lo = Min(r2, Min(g2, b2));
-        const float l = Min(Max(wr * r2 + wg * g2 + wb * b2, 0.0f), 1.0f);
+        const float l = FloatOf(UnitBits(wr * r2 + wg * g2 + wb * b2));
         // min((1 - l) / dh, l / dl) with one division: both denominators are positive.
-        const float dh = Max(hi - l, kTiny);
-        const float dl = Max(l - lo, kTiny);
+        const float dh = AtLeast(hi - l, kTiny);
+        const float dl = AtLeast(l - lo, kTiny);
         const float t = Min(1.0f, Min((1.0f - l) * dl, l * dh) / (dh * dl));
         r[x] = l + t * (r2 - l);
         g[x] = l + t * (g2 - l);
@@ -175,46 +209,47 @@ ZOCA_CLONES void MergePacked(const int32_t* __restrict r, const int32_t* __restr
 // that no store can change it. The octave factor 2^(e g) is computed rather than read
 // from the table: the compiler emulates gathers from it with scalar loads.
 struct Power {
-    float g;
-    float c0, c1, c2, c3;      // the cubic's coefficients times k
-    float e1, e2, e3, e4, e5;  // 2^f = 1 + e1 f + ... + e5 f^5 for |f| <= 1/2
+    float g, g127;             // g, and -127 g (the exponent's bias, folded into one FMA)
+    float c0, c1, c2, c3;      // the cubic's coefficients
+    float q0, q1, q2, q3, q4;  // k 2^f ~ q0 + q1 f + ... + q4 f^4 for |f| <= 1/2
     Power(const PowerCurve& pc, float k)
-        : g(pc.g),
-          c0(Scaled(pc.c[0], k)),
-          c1(Scaled(pc.c[1], k)),
-          c2(Scaled(pc.c[2], k)),
-          c3(Scaled(pc.c[3], k)) {
-        const double l = std::log(2.0);
-        e1 = static_cast<float>(l);
-        e2 = static_cast<float>(l * l / 2);
-        e3 = static_cast<float>(l * l * l / 6);
-        e4 = static_cast<float>(l * l * l * l / 24);
-        e5 = static_cast<float>(l * l * l * l * l / 120);
+        : g(pc.g), g127(-127.0f * pc.g), c0(pc.c[0]), c1(pc.c[1]), c2(pc.c[2]), c3(pc.c[3]) {
+        // Fitted once: the rows build their Power on every call.
+        static const struct Exp2 {
+            double q[5];
+            Exp2() {
+                ChebyshevFit([](double f) { return std::exp2(f); }, 0.0, 0.5, 5, q);
+            }
+        } fit;
+        q0 = static_cast<float>(k * fit.q[0]);
+        q1 = static_cast<float>(k * fit.q[1]);
+        q2 = static_cast<float>(k * fit.q[2]);
+        q3 = static_cast<float>(k * fit.q[3]);
+        q4 = static_cast<float>(k * fit.q[4]);
     }
-    static float Scaled(float c, float k) { return static_cast<float>(static_cast<double>(c) * k); }
 };
 
-// k * x^g for x in [0, 1]. x = 2^e m: m^g from the curve's cubic, 2^(e g) = 2^n 2^f with
-// n the nearest integer (the series is within 3e-6 there). Below 2^-31 the result is
-// not the curve's but stays below k 2^-12, a small fraction of a code for the encoders
-// (0 and subnormals give e = -127, still a normal float); the HLG route clamps to 2^-31.
-ZOCA_INLINE float PowerAt(const Power& pw, float x) {
-    uint32_t bits;
-    std::memcpy(&bits, &x, sizeof(bits));
-    const int32_t e = static_cast<int32_t>(bits >> 23) - 127;
-    const uint32_t mb = (bits & 0x007fffffu) | 0x3f800000u;
-    float m;
-    std::memcpy(&m, &mb, sizeof(m));
+// k x^g for the bits of x in [0, 1]. x = 2^e m: m^g from the curve's cubic, 2^(e g) =
+// 2^n 2^f with n the nearest integer (k 2^f within 4e-6 relative there), 2^n added to
+// the result's exponent. Below 2^-31 the result is not the curve's but stays below
+// k 2^-12, a small fraction of a code for the encoders (0 and subnormals give
+// e = -127, still a normal result); the HLG route clamps to 2^-31.
+ZOCA_INLINE float PowerAt(const Power& pw, int32_t bits) {
+    const float m = FloatOf((bits & 0x007fffff) | 0x3f800000);
     const float t = m - 1.5f;
     const float p = ((pw.c3 * t + pw.c2) * t + pw.c1) * t + pw.c0;
-    const float y = static_cast<float>(e) * pw.g;  // <= 0
-    const int32_t n = -static_cast<int32_t>(0.5f - y);
-    const float f = y - static_cast<float>(n);
-    const float q = ((((pw.e5 * f + pw.e4) * f + pw.e3) * f + pw.e2) * f + pw.e1) * f + 1.0f;
-    const uint32_t sb = static_cast<uint32_t>(n + 127) << 23;
-    float s2;
-    std::memcpy(&s2, &sb, sizeof(s2));
-    return s2 * q * p;
+    const float y = static_cast<float>(bits >> 23) * pw.g + pw.g127;  // <= 0
+    // Round to nearest by the float adder: n lands in the low bits of r.
+    constexpr float kRound = 0x1.8p23f;
+    const float r = y + kRound;
+    const float f = y - (r - kRound);
+    const float q = (((pw.q4 * f + pw.q3) * f + pw.q2) * f + pw.q1) * f + pw.q0;
+    int32_t nb;
+    std::memcpy(&nb, &r, sizeof(nb));
+    int32_t pb;
+    const float pq = p * q;
+    std::memcpy(&pb, &pq, sizeof(pb));
+    return FloatOf(pb + static_cast<int32_t>(static_cast<uint32_t>(nb) << 23));
 }
 
 // Linear light -> codes of the destination's curve.
@@ -225,13 +260,14 @@ ZOCA_INLINE void EncodeLoop(const Power& pw, const float* __restrict v, int32_t*
                             uint8_t* __restrict out, int n) {
     constexpr float kToe = 0.0031308f;
     for (int x = 0; x < n; ++x) {
-        const float l = Min(Max(v[x], 0.0f), 1.0f);
-        float c = PowerAt(pw, l);
+        const int32_t bits = UnitBits(v[x]);
+        float c = PowerAt(pw, bits) + (kSrgb ? 0.5f - 255.0f * 0.055f : 0.5f);
         if (kSrgb) {
-            const float toe = l * (255.0f * 12.92f);
-            c = l <= kToe ? toe : c - 255.0f * 0.055f;
+            const float l = FloatOf(bits);
+            const float toe = l * (255.0f * 12.92f) + 0.5f;
+            c = l <= kToe ? toe : c;
         }
-        words[x] = static_cast<int32_t>(c + 0.5f);
+        words[x] = static_cast<int32_t>(c);
     }
     if (out == nullptr) return;  // packed rows merge the words themselves
     for (int x = 0; x < n; ++x) out[x] = static_cast<uint8_t>(words[x]);
@@ -322,41 +358,44 @@ ZOCA_CLONES void PqPlain(const float* __restrict nits, const float* __restrict g
     }
 }
 
-// The curve's cubics and the OOTF's power, copied out for the same reason as Power.
+// The curve's lines and the OOTF's power, copied out for the same reason as Power (the
+// lines' reads behind a pointer are not vectorised).
 struct HlgCurve {
-    CurveCubic cubic;
+    RatioLine line;
     Power ootf;
     float scale;
 };
 
-// CurveCubic::RatioAt, written so the loop around it vectorises.
-ZOCA_INLINE float RatioOf(const CurveCubic& cc, float top) {
-    constexpr int kShift = 23 - kCurveSteps;
+// The curve's ratio at top in [2^-8, 1] from its straight lines; the float's bits give
+// the interval and the fraction in it.
+ZOCA_INLINE float LineRatio(const RatioLine& line, float top) {
+    constexpr int kShift = 23 - kLineSteps;
     uint32_t bits;
     std::memcpy(&bits, &top, sizeof(bits));
+    // Clamped although top is: the compiler vectorises table reads only by a bounded index.
     const int32_t pos =
-        static_cast<int32_t>(bits >> kShift) - ((127 - kCurveOctaves) << kCurveSteps);
-    const int32_t i = Min(Max(pos, 0), kCurveSize - 1);
-    const float frac = static_cast<float>(static_cast<int32_t>(bits & ((1u << kShift) - 1))) *
-                       (1.0f / (1 << kShift));
-    const float f = pos > i ? 1.0f : frac;
-    const float out = ((cc.c[3][i] * f + cc.c[2][i]) * f + cc.c[1][i]) * f + cc.c[0][i];
-    const float ratio = out / top;
-    return pos < 0 ? 1.0f : ratio;
+        static_cast<int32_t>(bits >> kShift) - ((127 - kCurveOctaves) << kLineSteps);
+    const int32_t i = Min(Max(pos, 0), kLineSize);
+    const float f = static_cast<float>(static_cast<int32_t>(bits & ((1u << kShift) - 1))) *
+                    (1.0f / (1 << kShift));
+    return line.at[i] + f * line.step[i];
 }
 
 // BT.2100 OOTF (display light = peak * Ys^(gamma-1) * scene light), then the curve on
-// the largest component of display light.
+// the largest component of display light (the identity below 2^-8, where the curve
+// starts: the knee sits far above).
 ZOCA_CLONES void HlgPlain(const HlgCurve& hc, const float* __restrict scene,
                           const uint8_t* __restrict r, const uint8_t* __restrict g,
                           const uint8_t* __restrict b, float* __restrict R, float* __restrict G,
                           float* __restrict B, int n) {
+    constexpr float kLow = 0x1p-8f;
+    static_assert(kCurveOctaves == 8, "kLow is where the lines start");
     for (int x = 0; x < n; ++x) {
         const float sr = scene[r[x]], sg = scene[g[x]], sb = scene[b[x]];
         const float ys = 0.2627f * sr + 0.6780f * sg + 0.0593f * sb;
-        const float od = PowerAt(hc.ootf, Min(Max(ys, 0x1p-31f), 1.0f));
-        const float top = Min(od * Max(sr, Max(sg, sb)), 1.0f);
-        const float k = od * RatioOf(hc.cubic, top) * hc.scale;
+        const float od = PowerAt(hc.ootf, UnitBits(Max(ys, 0x1p-31f)));
+        const float top = Min(Max(od * Max(sr, Max(sg, sb)), kLow), 1.0f);
+        const float k = od * LineRatio(hc.line, top) * hc.scale;
         R[x] = sr * k;
         G[x] = sg * k;
         B[x] = sb * k;
@@ -366,7 +405,7 @@ ZOCA_CLONES void HlgPlain(const HlgCurve& hc, const float* __restrict scene,
 void TonePlain(const ToneParams& p, const Dest& d, int w) {
     Chunk c;
     const Power pw = EncodePower(p.out.enc);
-    const HlgCurve hc{*p.curve, Power(p.ootf_power, 1.0f), p.scale};
+    const HlgCurve hc{*p.line, Power(p.ootf_power, 1.0f), p.scale};
     const Shifts si(d.si);
     for (int x0 = 0; x0 < w; x0 += kChunk) {
         const int n = std::min(kChunk, w - x0);

@@ -96,6 +96,15 @@ struct RatioCubic {
     float c[4][kRatioSize];
 };
 
+// The ratio again as straight lines, 64 intervals an octave, for the plain build: two
+// table reads a value where the cubics take four and a division.
+constexpr int kLineSteps = 6;
+constexpr int kLineSize = kCurveOctaves << kLineSteps;
+struct RatioLine {
+    float at[kLineSize + 1];    // the ratio at the start of each interval, and at 1
+    float step[kLineSize + 1];  // at[i + 1] - at[i]; 0 at the end
+};
+
 struct ToneParams {
     bool hlg;
     // PQ: nits of each code, and the gain (the curve's ratio over the target peak) for
@@ -109,6 +118,7 @@ struct ToneParams {
     PowerCurve ootf_power;
     const CurveCubic* curve;
     const RatioCubic* ratio;
+    const RatioLine* line;
     float scale;      // peak of the HDR signal over the SDR target
     GamutParams out;  // BT.2020 -> BT.709 and the BT.1886 encoding (decode unused)
 };
