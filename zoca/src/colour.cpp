@@ -234,7 +234,6 @@ struct ToneTables {
     CodeTable gain;
     // HLG: scene light of each code and the EETF.
     CodeTable scene;
-    CurveCubic curve;
     RatioCubic ratio;
     RatioLine line;
 };
@@ -246,6 +245,35 @@ double RatioAt(const ModeParams& mp, double top) {
     return n > 0 ? Eetf(n, mp.master, mp.target) / n : 1.0;
 }
 
+// Knot i of intervals 2^steps an octave over [2^-octaves, 1], placed where the float's bit
+// pattern puts it, so that the kernels find a value's interval from its bits.
+double Knot(int i, int steps) {
+    const uint32_t bits = static_cast<uint32_t>(((127 - kCurveOctaves) << steps) + i)
+                          << (23 - steps);
+    float x;
+    std::memcpy(&x, &bits, sizeof(x));
+    return static_cast<double>(x);
+}
+
+// Per interval, the cubic in the fraction f that matches f(x) and its slope at both ends
+// (cubic Hermite): out = ((c3 f + c2) f + c1) f + c0.
+template <int N, typename F>
+void FitHermite(float (&c)[4][N], int steps, F fn) {
+    auto slope = [&](double x) {
+        const double h = x * 1e-6;
+        return x + h > 1.0 ? (fn(x) - fn(x - h)) / h : (fn(x + h) - fn(x - h)) / (2 * h);
+    };
+    for (int i = 0; i < N; ++i) {
+        const double x0 = Knot(i, steps), x1 = Knot(i + 1, steps);
+        const double a = fn(x0), b = fn(x1);
+        const double da = slope(x0) * (x1 - x0), db = slope(x1) * (x1 - x0);
+        c[0][i] = static_cast<float>(a);
+        c[1][i] = static_cast<float>(da);
+        c[2][i] = static_cast<float>(3 * (b - a) - 2 * da - db);
+        c[3][i] = static_cast<float>(2 * (a - b) + da + db);
+    }
+}
+
 ToneTables BuildTone(int mode) {
     ToneTables t{};
     const ModeParams mp = ParamsOf(mode);
@@ -253,62 +281,9 @@ ToneTables BuildTone(int mode) {
     t.nits.Fill([](int i) { return PqEotf(i / 255.0); });
     t.gain.Fill([&](int i) { return RatioAt(mp, PqEotf(i / 255.0) / mp.master) / mp.target; });
     t.scene.Fill([](int i) { return HlgInverseOetf(i / 255.0); });
-    // Interval i spans [x_i, x_i+1) with x_i at 2^(i / steps - octaves) in the float's
-    // bit pattern; its cubic in the fraction f matches the curve and its slope at both
-    // ends (cubic Hermite).
-    auto point = [](int i) {
-        const uint32_t bits = static_cast<uint32_t>(((127 - kCurveOctaves) << kCurveSteps) + i)
-                              << (23 - kCurveSteps);
-        float x;
-        std::memcpy(&x, &bits, sizeof(x));
-        return static_cast<double>(x);
-    };
-    auto out = [&](double x) { return x * RatioAt(mp, x); };
-    auto slope = [&](double x) {
-        const double h = x * 1e-6;
-        return x + h > 1.0 ? (out(x) - out(x - h)) / h : (out(x + h) - out(x - h)) / (2 * h);
-    };
-    for (int i = 0; i < kCurveSize; ++i) {
-        const double x0 = point(i);
-        const double x1 = point(i + 1);
-        const double a = out(x0);
-        const double b = out(x1);
-        const double da = slope(x0) * (x1 - x0);
-        const double db = slope(x1) * (x1 - x0);
-        t.curve.c[0][i] = static_cast<float>(a);
-        t.curve.c[1][i] = static_cast<float>(da);
-        t.curve.c[2][i] = static_cast<float>(3 * (b - a) - 2 * da - db);
-        t.curve.c[3][i] = static_cast<float>(2 * (a - b) + da + db);
-    }
-    // The vector build's form: the ratio itself, fitted the same way on coarser intervals.
-    for (int i = 0; i < kRatioSize; ++i) {
-        auto at = [](int k) {
-            const uint32_t bits = static_cast<uint32_t>(((127 - kCurveOctaves) << kRatioSteps) + k)
-                                  << (23 - kRatioSteps);
-            float x;
-            std::memcpy(&x, &bits, sizeof(x));
-            return static_cast<double>(x);
-        };
-        auto f = [&](double x) { return RatioAt(mp, x); };
-        auto df = [&](double x) {
-            const double h = x * 1e-6;
-            return x + h > 1.0 ? (f(x) - f(x - h)) / h : (f(x + h) - f(x - h)) / (2 * h);
-        };
-        const double x0 = at(i), x1 = at(i + 1);
-        const double a = f(x0), b = f(x1);
-        const double da = df(x0) * (x1 - x0), db = df(x1) * (x1 - x0);
-        t.ratio.c[0][i] = static_cast<float>(a);
-        t.ratio.c[1][i] = static_cast<float>(da);
-        t.ratio.c[2][i] = static_cast<float>(3 * (b - a) - 2 * da - db);
-        t.ratio.c[3][i] = static_cast<float>(2 * (a - b) + da + db);
-    }
-    for (int i = 0; i <= kLineSize; ++i) {
-        const uint32_t bits = static_cast<uint32_t>(((127 - kCurveOctaves) << kLineSteps) + i)
-                              << (23 - kLineSteps);
-        float x;
-        std::memcpy(&x, &bits, sizeof(x));
-        t.line.at[i] = static_cast<float>(RatioAt(mp, x));
-    }
+    FitHermite(t.ratio.c, kRatioSteps, [&](double x) { return RatioAt(mp, x); });
+    for (int i = 0; i <= kLineSize; ++i)
+        t.line.at[i] = static_cast<float>(RatioAt(mp, Knot(i, kLineSteps)));
     for (int i = 0; i < kLineSize; ++i) t.line.step[i] = t.line.at[i + 1] - t.line.at[i];
     t.line.step[kLineSize] = 0;
     return t;
@@ -341,7 +316,6 @@ ToneParams ToneParamsOf(int mode) {
     p.gain = &t.gain;
     p.scene = &t.scene;
     p.ootf_power = PowerCurve::Of(kHlgGamma - 1.0);
-    p.curve = &t.curve;
     p.ratio = &t.ratio;
     p.line = &t.line;
     p.scale = static_cast<float>(t.params.master / t.params.target);

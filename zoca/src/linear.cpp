@@ -68,17 +68,16 @@ float PowerCurve::At(float x) const {
     return octave[e - 1 + 31] * p;
 }
 
-float CurveCubic::RatioAt(float top) const {
-    constexpr int kShift = 23 - kCurveSteps;
+float RatioCubic::RatioAt(float top) const {
+    constexpr int kShift = 23 - kRatioSteps;
     uint32_t bits;
     std::memcpy(&bits, &top, sizeof(bits));
-    const int pos = static_cast<int>(bits >> kShift) - ((127 - kCurveOctaves) << kCurveSteps);
+    const int pos = static_cast<int>(bits >> kShift) - ((127 - kCurveOctaves) << kRatioSteps);
     if (pos < 0) return 1.0f;
-    const int i = std::min(pos, kCurveSize - 1);
+    const int i = std::min(pos, kRatioSize - 1);
     const float f =
         pos > i ? 1.0f : static_cast<float>(bits & ((1u << kShift) - 1)) * (1.0f / (1 << kShift));
-    const float out = ((c[3][i] * f + c[2][i]) * f + c[1][i]) * f + c[0][i];
-    return out / top;
+    return ((c[3][i] * f + c[2][i]) * f + c[1][i]) * f + c[0][i];
 }
 
 namespace {
@@ -429,6 +428,10 @@ void TonePlain(const ToneParams& p, const Dest& d, int w) {
 }
 
 }  // namespace
+
+float RatioLine::RatioAt(float top) const {
+    return LineRatio(*this, Min(Max(top, 0x1p-8f), 1.0f));  // the plain kernel's clamp
+}
 
 bool avx512::Available() {
 #if ZOCA_AVX512_BUILD

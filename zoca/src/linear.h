@@ -73,27 +73,19 @@ struct GamutParams {
     Encoder enc;
 };
 
-// The HLG route's curve, display light out over display light in (both over the peak),
-// as a cubic per interval: 8 intervals an octave over [2^-8, 1], each cubic in the
-// fraction of its interval, which the float's low bits give directly. Below 2^-8 the
-// curve is the identity (its knee sits far above).
+// The HLG route's curve as its ratio, display light out over display light in (both over
+// the peak), on intervals a fixed number an octave over [2^-8, 1], so that a float's bits
+// give its interval and the fraction in it. Below 2^-8 the curve is the identity (its
+// knee sits far above).
 constexpr int kCurveOctaves = 8;
-constexpr int kCurveSteps = 3;  // log2 of the intervals per octave
-constexpr int kCurveSize = kCurveOctaves << kCurveSteps;
-
-// Per-interval coefficients: out = ((c[3][i] f + c[2][i]) f + c[1][i]) f + c[0][i].
-struct CurveCubic {
-    float c[4][kCurveSize];
-    // The curve's ratio (out over in) at top in [0, 1].
-    float RatioAt(float top) const;
-};
-
 // The curve's ratio itself (out over in), 4 intervals an octave, for the vector build:
 // 32 intervals fit one two-register permute per coefficient, and no division is left.
 constexpr int kRatioSteps = 2;
 constexpr int kRatioSize = kCurveOctaves << kRatioSteps;
 struct RatioCubic {
     float c[4][kRatioSize];
+    // The ratio at top in [0, 1], one value at a time.
+    float RatioAt(float top) const;
 };
 
 // The ratio again as straight lines, 64 intervals an octave, for the plain build: two
@@ -103,6 +95,8 @@ constexpr int kLineSize = kCurveOctaves << kLineSteps;
 struct RatioLine {
     float at[kLineSize + 1];    // the ratio at the start of each interval, and at 1
     float step[kLineSize + 1];  // at[i + 1] - at[i]; 0 at the end
+    // The ratio at top in [0, 1], as the plain build computes it.
+    float RatioAt(float top) const;
 };
 
 struct ToneParams {
@@ -116,7 +110,6 @@ struct ToneParams {
     // light over the peak.
     const CodeTable* scene;
     PowerCurve ootf_power;
-    const CurveCubic* curve;
     const RatioCubic* ratio;
     const RatioLine* line;
     float scale;      // peak of the HDR signal over the SDR target
