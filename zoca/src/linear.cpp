@@ -295,12 +295,24 @@ struct Dest {
     }
 };
 
+// A chunk's source codes, planar rows either way.
+struct Codes {
+    const uint8_t *r, *g, *b;
+};
+
 struct Chunk {
     alignas(64) float r[kChunk];
     alignas(64) float g[kChunk];
     alignas(64) float b[kChunk];
     alignas(64) int32_t words[3][kChunk];
     alignas(64) uint8_t codes[3][kChunk];
+
+    // The source's rows, or its packed pixels split into codes here.
+    Codes Source(const Dest& d, const Shifts& si, int n) {
+        if (d.src == nullptr) return {d.r, d.g, d.b};
+        Unpack(d.src, si, codes[0], codes[1], codes[2], n);
+        return {codes[0], codes[1], codes[2]};
+    }
 
     void MapAndEncode(const GamutParams& p, const Power& pw, const Dest& d, int n) {
         if (p.map) {
@@ -328,16 +340,10 @@ void GamutPlain(const GamutParams& p, const Dest& d, int w) {
     for (int x0 = 0; x0 < w; x0 += kChunk) {
         const int n = std::min(kChunk, w - x0);
         const Dest dx = d.At(x0);
-        if (dx.src == nullptr) {
-            Lookup(dec, dx.r, c.r, n);
-            Lookup(dec, dx.g, c.g, n);
-            Lookup(dec, dx.b, c.b, n);
-        } else {
-            Unpack(dx.src, si, c.codes[0], c.codes[1], c.codes[2], n);
-            Lookup(dec, c.codes[0], c.r, n);
-            Lookup(dec, c.codes[1], c.g, n);
-            Lookup(dec, c.codes[2], c.b, n);
-        }
+        const Codes in = c.Source(dx, si, n);
+        Lookup(dec, in.r, c.r, n);
+        Lookup(dec, in.g, c.g, n);
+        Lookup(dec, in.b, c.b, n);
         c.MapAndEncode(p, pw, dx, n);
     }
 }
@@ -409,19 +415,11 @@ void TonePlain(const ToneParams& p, const Dest& d, int w) {
     for (int x0 = 0; x0 < w; x0 += kChunk) {
         const int n = std::min(kChunk, w - x0);
         const Dest dx = d.At(x0);
-        const uint8_t* r8 = dx.r;
-        const uint8_t* g8 = dx.g;
-        const uint8_t* b8 = dx.b;
-        if (dx.src != nullptr) {
-            Unpack(dx.src, si, c.codes[0], c.codes[1], c.codes[2], n);
-            r8 = c.codes[0];
-            g8 = c.codes[1];
-            b8 = c.codes[2];
-        }
+        const Codes in = c.Source(dx, si, n);
         if (p.hlg) {
-            HlgPlain(hc, p.scene->value, r8, g8, b8, c.r, c.g, c.b, n);
+            HlgPlain(hc, p.scene->value, in.r, in.g, in.b, c.r, c.g, c.b, n);
         } else {
-            PqPlain(p.nits->value, p.gain->value, r8, g8, b8, c.r, c.g, c.b, n);
+            PqPlain(p.nits->value, p.gain->value, in.r, in.g, in.b, c.r, c.g, c.b, n);
         }
         c.MapAndEncode(p.out, pw, dx, n);
     }
